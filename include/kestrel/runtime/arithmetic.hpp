@@ -1,0 +1,42 @@
+// IMPLEMENTERS: read /work/main/HELPERS.md first (project rules, your own build dir). This line is removed by the lead.
+// Arithmetic on values with the runtime's kind promotion.
+//
+// The result kind is the wider of the two operands in the order Byte,
+// Integer, Long, LongLong, Single, Double (Boolean counts as Integer, Long
+// with Single gives Double). When a result leaves its kind's range it is
+// promoted one step (Byte to Integer, Integer to Long, Long and Single to
+// Double); Double and LongLong overflow raise 6. A Date plus or minus a
+// number stays a Date; Date minus Date is a Double.
+//
+// Null on either side gives Null. Empty counts as 0 (Integer). "+" of two
+// Strings concatenates; "+" of a String and a number converts the String to
+// Double (13 when it is not numeric, "" included). "-", "*", "/" convert
+// Strings to Double. "&" always concatenates text, Null counting as "".
+// Division by zero raises 11, 0 / 0 raises 6.
+//
+//   Add(Value(int16_t{32767}), Value(int16_t{1}))  // Long 32768
+#pragma once
+
+#include "kestrel/frame/export.hpp"
+#include "kestrel/frame/value.hpp"
+
+namespace kestrel::runtime {
+
+KESTREL_API Value Add(const Value& a, const Value& b);       // a + b
+KESTREL_API Value Subtract(const Value& a, const Value& b);  // a - b
+KESTREL_API Value Multiply(const Value& a, const Value& b);  // a * b
+// a / b: Double, or Single when both are Single (or Single with Byte or
+// Integer).
+KESTREL_API Value Divide(const Value& a, const Value& b);
+// a \ b and a Mod b: both operands rounded to integers (ties to even) first;
+// the result is Integer, Long or LongLong; Mod takes the sign of a.
+KESTREL_API Value IntDivide(const Value& a, const Value& b);
+KESTREL_API Value Mod(const Value& a, const Value& b);
+// a ^ b: always Double.
+KESTREL_API Value Power(const Value& a, const Value& b);
+// -a: Integer -32768 becomes Long 32768, and so on up.
+KESTREL_API Value Negate(const Value& a);
+// a & b: Null & Null is Null.
+KESTREL_API Value Concat(const Value& a, const Value& b);
+
+}  // namespace kestrel::runtime

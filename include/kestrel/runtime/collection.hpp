@@ -1,0 +1,67 @@
+// IMPLEMENTERS: read /work/main/HELPERS.md first (project rules, your own build dir). This line is removed by the lead.
+// Collection: the runtime's 1-based list with optional text keys.
+//
+// Items are kept in order; a key (any text, matched without regard to
+// case) finds an item. Add takes an optional key and an optional position
+// (before or after an index or key, not both: 5). Errors are the runtime's:
+// a duplicate key raises 457, an index outside 1 .. Count raises 9, an
+// unknown key raises 5, a key that is not text raises 13, and so does an
+// index that is neither a number nor text (Empty, Null, an object, an array).
+// Positional access is constant time, key look-up constant on average;
+// inserting before the end and removing are linear.
+//
+//   auto c = kestrel::MakeRef<kestrel::Collection>();
+//   c->Add(Value(1.5), Value(u"a"));
+//   c->Item(Value(u"A"));   // 1.5
+//
+// Dispatchable as Add, Item (the default member), Count, Remove and
+// enumeration (NewEnum / _NewEnum). Not thread-safe.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "kestrel/frame/export.hpp"
+#include "kestrel/frame/value.hpp"
+#include "kestrel/runtime/dispatch.hpp"
+
+namespace kestrel {
+
+class KESTREL_API Collection : public Dispatchable<Collection> {
+ public:
+  static constexpr std::u16string_view kQualifiedName = u"Kestrel.Collection";
+
+  void Add(Value item, const Value& key = Value::Missing(),
+           const Value& before = Value::Missing(), const Value& after = Value::Missing());
+  // A number is a position (rounded, ties to even); text is a key.
+  Value Item(const Value& index) const;
+  int32_t Count() const noexcept { return static_cast<int32_t>(items_.size()); }
+  void Remove(const Value& index);
+
+  // C++ iteration over the items in order.
+  std::vector<Value>::const_iterator begin() const noexcept { return items_.begin(); }
+  std::vector<Value>::const_iterator end() const noexcept { return items_.end(); }
+
+  Ref<Object> NewEnum() override;
+  static const DispatchTable<Collection>& Dispatch();
+
+ private:
+  // Folded key -> 0-based position of its item.
+  using KeyIndex = std::unordered_map<std::u16string, size_t>;
+
+  size_t PositionOf(const Value& index) const;  // 0-based
+  // Brings the positions stored in the key index up to date from `from` on,
+  // after an insertion or removal shifted the items.
+  void Reindex(size_t from) noexcept;
+
+  std::vector<Value> items_;
+  // Per item, its entry in index_ (nullptr for an item without a key). The
+  // map's nodes never move, so positions can be rewritten without hashing.
+  std::vector<KeyIndex::value_type*> slots_;
+  KeyIndex index_;
+};
+
+}  // namespace kestrel

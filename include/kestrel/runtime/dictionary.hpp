@@ -1,0 +1,68 @@
+// IMPLEMENTERS: read /work/main/HELPERS.md first (project rules, your own build dir). This line is removed by the lead.
+// Dictionary: keys to items in insertion order, with a compare mode.
+//
+// The runtime's dictionary: Add fails on an existing key (457, "This key is
+// already associated with an element of this collection"); reading Item of
+// a missing key returns Empty and adds the key; Remove of a missing key
+// raises 32811 ("Element not found"). Numeric keys compare by value across
+// kinds (0 and 0.0 are one key, but "0" is another); Empty and Null are
+// different keys; objects are keys by identity; arrays cannot be keys (13).
+// CompareMode (0 binary, 1 text) may change only while the dictionary is
+// empty (5 otherwise); in text mode text keys match without regard to case
+// and keep the spelling they were added with.
+//
+//   auto d = kestrel::MakeRef<kestrel::Dictionary>();
+//   d->Add(Value(u"x"), Value(1));
+//   d->Exists(Value(u"X"));   // false in binary mode
+//
+// Dispatchable as Add, Item (the default member), Key (let), Count, Exists,
+// Keys, Items, Remove, RemoveAll, CompareMode and enumeration over the keys.
+// Not thread-safe.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kestrel/frame/export.hpp"
+#include "kestrel/frame/value.hpp"
+#include "kestrel/runtime/compare.hpp"
+#include "kestrel/runtime/dispatch.hpp"
+
+namespace kestrel {
+
+class KESTREL_API Dictionary : public Dispatchable<Dictionary> {
+ public:
+  static constexpr std::u16string_view kQualifiedName = u"Kestrel.Dictionary";
+
+  Dictionary();
+  ~Dictionary() override;
+
+  void Add(const Value& key, Value item);
+  // Get: the item, or Empty after adding the key.
+  Value Item(const Value& key);
+  // Let / Set: replaces the item, or adds the key.
+  void SetItem(const Value& key, Value item);
+  // Renames a key: 32811 when `key` is absent, 457 when `new_key` exists.
+  void SetKey(const Value& key, const Value& new_key);
+  bool Exists(const Value& key) const;
+  int32_t Count() const noexcept;
+  // 0-based Variant arrays in insertion order.
+  Value Keys() const;
+  Value Items() const;
+  void Remove(const Value& key);
+  void RemoveAll() noexcept;
+  CompareMethod CompareMode() const noexcept { return mode_; }
+  void SetCompareMode(CompareMethod mode);
+
+  Ref<Object> NewEnum() override;
+  static const DispatchTable<Dictionary>& Dispatch();
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+  CompareMethod mode_ = CompareMethod::kBinary;
+};
+
+}  // namespace kestrel

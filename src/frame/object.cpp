@@ -1,0 +1,12 @@
+#include "kestrel/frame/object.hpp"
+
+#include "kestrel/frame/errors.hpp"
+#include "kestrel/frame/value.hpp"
+
+namespace kestrel {
+
+Object::~Object() = default;
+
+Ref<Object> Object::NewEnum() { RaiseStandard(errors::kMemberNotSupported); }
+
+}  // namespace kestrel
