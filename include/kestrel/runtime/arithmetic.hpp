@@ -2,17 +2,20 @@
 // Arithmetic on values with the runtime's kind promotion.
 //
 // The result kind is the wider of the two operands in the order Byte,
-// Integer, Long, LongLong, Single, Double (Boolean counts as Integer, Long
-// with Single gives Double). When a result leaves its kind's range it is
-// promoted one step (Byte to Integer, Integer to Long, Long and Single to
-// Double); Double and LongLong overflow raise 6. A Date plus or minus a
-// number stays a Date; Date minus Date is a Double.
+// Integer, Long, LongLong, Single, Double (Boolean counts as Integer; Long or
+// LongLong with Single gives Double, as Single holds neither exactly). When a
+// result leaves its kind's range it is promoted (Byte to Integer, Integer to
+// Long, Long and Single to Double) until it fits: Byte 255 * Byte 255 is
+// Long 65025. Double and LongLong overflow raise 6. A Date plus or minus a
+// number stays a Date (6 outside years 100 to 9999); Date minus Date is a
+// Double.
 //
-// Null on either side gives Null. Empty counts as 0 (Integer). "+" of two
-// Strings concatenates; "+" of a String and a number converts the String to
-// Double (13 when it is not numeric, "" included). "-", "*", "/" convert
-// Strings to Double. "&" always concatenates text, Null counting as "".
-// Division by zero raises 11, 0 / 0 raises 6.
+// Null on either side gives Null. Empty counts as 0 of the other operand's
+// kind (Empty + Byte 7 is Byte 7; Empty + Empty is Integer 0). "+" of two
+// Strings concatenates, and Empty + a String is that String; "+" of a String
+// and a number converts the String to Double (13 when it is not numeric, ""
+// included). "-", "*", "/" convert Strings to Double. "&" always concatenates
+// text, Null counting as "". Division by zero raises 11, 0 / 0 raises 6.
 //
 //   Add(Value(int16_t{32767}), Value(int16_t{1}))  // Long 32768
 #pragma once
@@ -32,7 +35,8 @@ KESTREL_API Value Divide(const Value& a, const Value& b);
 // the result is Integer, Long or LongLong; Mod takes the sign of a.
 KESTREL_API Value IntDivide(const Value& a, const Value& b);
 KESTREL_API Value Mod(const Value& a, const Value& b);
-// a ^ b: always Double.
+// a ^ b: always Double; 5 for a negative base with a fractional exponent and
+// for 0 to a negative power.
 KESTREL_API Value Power(const Value& a, const Value& b);
 // -a: Integer -32768 becomes Long 32768, and so on up.
 KESTREL_API Value Negate(const Value& a);
