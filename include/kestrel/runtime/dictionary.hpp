@@ -9,14 +9,20 @@
 // different keys; objects are keys by identity; arrays cannot be keys (13).
 // CompareMode (0 binary, 1 text) may change only while the dictionary is
 // empty (5 otherwise); in text mode text keys match without regard to case
-// and keep the spelling they were added with.
+// (full Unicode case folding: "Straße" and "STRASSE" are one key) and keep
+// the spelling they were added with. Every key keeps the value and kind it
+// was added with. Renaming a key (SetKey) keeps its place in the order and
+// refuses a new key that already exists, even another spelling of itself.
+// Item, Exists and Add take constant time on average, and so does Remove
+// over any sequence of removals.
 //
 //   auto d = kestrel::MakeRef<kestrel::Dictionary>();
 //   d->Add(Value(u"x"), Value(1));
 //   d->Exists(Value(u"X"));   // false in binary mode
 //
-// Dispatchable as Add, Item (the default member), Key (let), Count, Exists,
-// Keys, Items, Remove, RemoveAll, CompareMode and enumeration over the keys.
+// Dispatchable as Add, Item (the default member; get, let, and set, which
+// takes objects only: 424 otherwise), Key (let), Count, Exists, Keys, Items,
+// Remove, RemoveAll, CompareMode and enumeration over the keys.
 // Not thread-safe.
 #pragma once
 
@@ -44,7 +50,8 @@ class KESTREL_API Dictionary : public Dispatchable<Dictionary> {
   Value Item(const Value& key);
   // Let / Set: replaces the item, or adds the key.
   void SetItem(const Value& key, Value item);
-  // Renames a key: 32811 when `key` is absent, 457 when `new_key` exists.
+  // Renames a key in place: 32811 when `key` is absent, 457 when `new_key`
+  // exists.
   void SetKey(const Value& key, const Value& new_key);
   bool Exists(const Value& key) const;
   int32_t Count() const noexcept;
@@ -60,6 +67,8 @@ class KESTREL_API Dictionary : public Dispatchable<Dictionary> {
   static const DispatchTable<Dictionary>& Dispatch();
 
  private:
+  // Entries in insertion order and the hash index over their keys
+  // (dictionary.cpp).
   struct Impl;
   std::unique_ptr<Impl> impl_;
   CompareMethod mode_ = CompareMethod::kBinary;

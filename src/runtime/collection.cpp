@@ -1,0 +1,142 @@
+#include "kestrel/runtime/collection.hpp"
+
+#include <utility>
+
+#include "detail/key_folding.hpp"
+#include "kestrel/frame/errors.hpp"
+#include "kestrel/runtime/convert.hpp"
+#include "kestrel/runtime/registry.hpp"
+
+namespace kestrel {
+
+namespace {
+
+// The kinds that select an item by position. Boolean and Date count: the
+// runtime converts them like any other number (True is -1, out of range).
+bool IsPositionKind(const Value& v) noexcept {
+  switch (static_cast<Kind>(v.code())) {
+    case Kind::kInteger:
+    case Kind::kLong:
+    case Kind::kSingle:
+    case Kind::kDouble:
+    case Kind::kDate:
+    case Kind::kBoolean:
+    case Kind::kByte:
+    case Kind::kLongLong:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+KESTREL_REGISTER_CLASS(Collection, Collection::kQualifiedName, Instancing::kCreatable);
+
+void Collection::Add(Value item, const Value& key, const Value& before, const Value& after) {
+  // The key is checked before the position: a bad key fails the same way
+  // wherever the item would have gone.
+  const bool keyed = !key.IsMissing();
+  std::u16string folded;
+  if (keyed) {
+    if (!key.IsString()) RaiseStandard(errors::kTypeMismatch);
+    folded = detail::FoldKeyCase(key.string());
+    if (index_.contains(folded)) RaiseStandard(errors::kDuplicateKey);
+  }
+  if (!before.IsMissing() && !after.IsMissing()) RaiseStandard(errors::kInvalidProcedureCall);
+
+  size_t position = items_.size();
+  if (!before.IsMissing()) {
+    position = PositionOf(before);
+  } else if (!after.IsMissing()) {
+    position = PositionOf(after) + 1;
+  }
+
+  // Only allocation can fail from here on; undo the key on failure so the
+  // index never names an item that is not there.
+  KeyIndex::iterator slot = index_.end();
+  if (keyed) slot = index_.emplace(std::move(folded), position).first;
+  try {
+    items_.insert(items_.begin() + static_cast<std::ptrdiff_t>(position), std::move(item));
+    try {
+      slots_.insert(slots_.begin() + static_cast<std::ptrdiff_t>(position),
+                    keyed ? &*slot : nullptr);
+    } catch (...) {
+      items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(position));
+      throw;
+    }
+  } catch (...) {
+    if (keyed) index_.erase(slot);
+    throw;
+  }
+  Reindex(position + 1);
+}
+
+Value Collection::Item(const Value& index) const {
+  return items_[PositionOf(index)];
+}
+
+void Collection::Remove(const Value& index) {
+  const size_t position = PositionOf(index);
+  if (KeyIndex::value_type* slot = slots_[position]) index_.erase(index_.find(slot->first));
+  items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(position));
+  slots_.erase(slots_.begin() + static_cast<std::ptrdiff_t>(position));
+  Reindex(position);
+}
+
+Ref<Object> Collection::NewEnum() {
+  return MakeRef<ValueEnumerator>(items_);
+}
+
+size_t Collection::PositionOf(const Value& index) const {
+  if (IsPositionKind(index)) {
+    // Rounded ties to even like any Long parameter; a magnitude beyond the
+    // Long range overflows (6) before it can be out of range.
+    const int32_t n = runtime::ToLong(index);
+    if (n < 1 || n > Count()) RaiseStandard(errors::kSubscriptOutOfRange);
+    return static_cast<size_t>(n - 1);
+  }
+  if (index.IsString()) {
+    auto it = index_.find(detail::FoldKeyCase(index.string()));
+    if (it == index_.end()) RaiseStandard(errors::kInvalidProcedureCall);
+    return it->second;
+  }
+  // Empty, Null, Missing, objects, arrays and error values select nothing.
+  RaiseStandard(errors::kTypeMismatch);
+}
+
+void Collection::Reindex(size_t from) noexcept {
+  for (size_t i = from; i < slots_.size(); ++i) {
+    if (slots_[i] != nullptr) slots_[i]->second = i;
+  }
+}
+
+const DispatchTable<Collection>& Collection::Dispatch() {
+  static const auto table =
+      DispatchTable<Collection>::Builder(u"Collection")
+          .Method(u"Add", 1, 4,
+                  [](Collection& c, Args& a) {
+                    // Args hands out one scratch Missing for every omitted
+                    // argument: copy before taking the next one.
+                    Value key = a[1];
+                    Value before = a[2];
+                    Value after = a[3];
+                    c.Add(a[0], key, before, after);
+                    return Value();
+                  })
+          .Method(u"Item", 1, 1, [](Collection& c, Args& a) { return c.Item(a[0]); })
+          .Get(
+              u"Item", [](Collection& c, Args& a) { return c.Item(a[0]); }, 1, 1)
+          .Get(u"Count", [](Collection& c, Args&) { return Value(c.Count()); })
+          .Method(u"Remove", 1, 1,
+                  [](Collection& c, Args& a) {
+                    c.Remove(a[0]);
+                    return Value();
+                  })
+          .Method(u"_NewEnum", 0, 0, [](Collection& c, Args&) { return Value(c.NewEnum()); })
+          .Method(u"NewEnum", 0, 0, [](Collection& c, Args&) { return Value(c.NewEnum()); })
+          .Build();
+  return table;
+}
+
+}  // namespace kestrel
