@@ -58,10 +58,22 @@ function(kestrel_add_benchmark name)
   kestrel_set_warnings(${name})
 endfunction()
 
-# kestrel_add_fuzzer(NAME): fuzz/NAME.cpp as a libFuzzer target.
+# kestrel_add_fuzzer(NAME): fuzz/NAME.cpp, a libFuzzer entry point.
+# With KESTREL_BUILD_FUZZERS (Clang) it becomes a fuzzer; otherwise a replay
+# program that feeds it every file of fuzz/corpus/NAME/, run as a test, so the
+# corpus keeps guarding the parser in every build.
 function(kestrel_add_fuzzer name)
-  add_executable(${name} ${name}.cpp)
-  target_link_libraries(${name} PRIVATE Kestrel::kestrel)
-  target_compile_options(${name} PRIVATE -fsanitize=fuzzer)
-  target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  if(KESTREL_BUILD_FUZZERS)
+    add_executable(${name} ${name}.cpp)
+    target_link_libraries(${name} PRIVATE Kestrel::kestrel)
+    target_compile_options(${name} PRIVATE -fsanitize=fuzzer)
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  else()
+    add_executable(${name}_replay ${name}.cpp replay_main.cpp)
+    target_link_libraries(${name}_replay PRIVATE Kestrel::kestrel)
+    kestrel_set_warnings(${name}_replay)
+    add_test(NAME fuzz.${name}.replay
+             COMMAND ${name}_replay ${CMAKE_CURRENT_SOURCE_DIR}/corpus/${name})
+    set_tests_properties(fuzz.${name}.replay PROPERTIES LABELS unit)
+  endif()
 endfunction()

@@ -12,27 +12,21 @@
 namespace kestrel {
 namespace detail {
 
-// One allocation per string: the header is followed by the code units.
-// Immutable once built; shared between Values by reference count.
-struct StringRep {
-  std::atomic<uint32_t> refs;
-  uint32_t size;
-
-  char16_t* data() noexcept { return reinterpret_cast<char16_t*>(this + 1); }
-
-  static StringRep* Make(std::u16string_view text) {
-    void* raw = ::operator new(sizeof(StringRep) + text.size() * sizeof(char16_t));
-    auto* rep = new (raw) StringRep{{1}, static_cast<uint32_t>(text.size())};
-    std::memcpy(rep->data(), text.data(), text.size() * sizeof(char16_t));
-    return rep;
+namespace {
+StringRep* MakeString(std::u16string_view text) {
+  void* raw = ::operator new(sizeof(StringRep) + text.size() * sizeof(char16_t));
+  auto* rep = new (raw) StringRep{{1}, static_cast<uint32_t>(text.size())};
+  std::memcpy(rep->data(), text.data(), text.size() * sizeof(char16_t));
+  return rep;
+}
+void ReleaseString(StringRep* rep) noexcept {
+  if (rep->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+    rep->~StringRep();
+    ::operator delete(rep);
   }
-  void Release() noexcept {
-    if (refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-      this->~StringRep();
-      ::operator delete(this);
-    }
-  }
-};
+}
+}  // namespace
+
 static_assert(alignof(StringRep) >= alignof(char16_t));
 
 // Array storage, shared copy-on-write. Byte arrays keep plain bytes so they
@@ -125,7 +119,7 @@ Value DefaultOf(Kind kind) {
 // --- construction and lifetime ----------------------------------------------
 
 Value::Value(std::u16string_view text) : code_(uint16_t(Kind::kString)), pad_{}, bits_(0) {
-  if (!text.empty()) str_ = detail::StringRep::Make(text);
+  if (!text.empty()) str_ = detail::MakeString(text);
 }
 
 Value::Value(Object* object) noexcept : code_(uint16_t(Kind::kObject)), pad_{}, bits_(0) {
@@ -200,7 +194,7 @@ void Value::Release() noexcept {
   if (code_ & kArrayFlag) {
     if (arr_) arr_->Release();
   } else if (code_ == uint16_t(Kind::kString)) {
-    if (str_) str_->Release();
+    if (str_) detail::ReleaseString(str_);
   } else if (code_ == uint16_t(Kind::kObject)) {
     if (obj_) obj_->Release();
   }
@@ -217,11 +211,6 @@ bool Value::IsNumeric() const noexcept {
     default:
       return false;
   }
-}
-
-std::u16string_view Value::string() const noexcept {
-  if (code_ != uint16_t(Kind::kString) || str_ == nullptr) return {};
-  return {str_->data(), str_->size};
 }
 
 std::string Value::ToUtf8String() const { return kestrel::ToUtf8(string()); }

@@ -114,6 +114,7 @@ void Collection::Reindex(size_t from) noexcept {
 const DispatchTable<Collection>& Collection::Dispatch() {
   static const auto table =
       DispatchTable<Collection>::Builder(u"Collection")
+          .DefaultMember(u"Item")
           .Method(u"Add", 1, 4,
                   [](Collection& c, Args& a) {
                     // Args hands out one scratch Missing for every omitted

@@ -172,7 +172,7 @@ CompareMethod ToCompareMethod(int32_t mode) {
   return static_cast<CompareMethod>(mode);
 }
 
-Ordering Compare(const Value& a, const Value& b, CompareMethod mode) {
+Ordering detail::CompareValues(const Value& a, const Value& b, CompareMethod mode) {
   const uint16_t code = a.code();
   if (code == b.code()) {
     if (code == Code(Kind::kDouble)) return OrderOf(a.dbl(), b.dbl());

@@ -274,6 +274,7 @@ const DispatchTable<Dictionary>& Dictionary::Dispatch() {
   using D = Dictionary;
   static const auto table =
       DispatchTable<D>::Builder(u"Dictionary")
+          .DefaultMember(u"Item")
           .Method(u"Add", 2, 2,
                   [](D& d, Args& a) {
                     d.Add(a[0], a[1]);
@@ -288,12 +289,9 @@ const DispatchTable<Dictionary>& Dictionary::Dispatch() {
                  if (!v.IsObject()) RaiseStandard(errors::kObjectRequired);
                  d.SetItem(a[0], v);
                })
-          // Key can only be written. The builder takes the index count of a
-          // property from its get, so the get exists only to declare the one
-          // index argument, and refuses the call as a missing get would.
-          .Get(
-              u"Key", [](D&, Args&) -> Value { detail::RaiseBadCall(); }, 1, 1)
-          .Let(u"Key", [](D& d, Args& a, const Value& v) { d.SetKey(a[0], v); })
+          // Key can only be written: d.Key(old) = new.
+          .Let(
+              u"Key", [](D& d, Args& a, const Value& v) { d.SetKey(a[0], v); }, 1, 1)
           .Get(u"Count", [](D& d, Args&) { return Value(d.Count()); })
           .Method(u"Exists", 1, 1, [](D& d, Args& a) { return Value(d.Exists(a[0])); })
           .Method(u"Keys", 0, 0, [](D& d, Args&) { return d.Keys(); })

@@ -17,6 +17,7 @@
 //   a.SetElement({3}, v);   // a(3) = "abc"
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -64,7 +65,15 @@ struct Bounds {
 inline constexpr int kMaxArrayDimensions = 60;
 
 namespace detail {
-struct StringRep;
+// A string's one allocation: this header followed by `size` code units.
+// Immutable once built, shared by reference count. Visible here only so
+// that reading a string's text is inline on hot paths (sorting, compares).
+struct StringRep {
+  std::atomic<uint32_t> refs;
+  uint32_t size;
+  const char16_t* data() const noexcept { return reinterpret_cast<const char16_t*>(this + 1); }
+  char16_t* data() noexcept { return reinterpret_cast<char16_t*>(this + 1); }
+};
 struct ArrayRep;
 }  // namespace detail
 
@@ -157,7 +166,10 @@ class KESTREL_API Value {
   double date() const noexcept { return f64_; }
   bool boolean() const noexcept { return i16_ != 0; }
   int32_t error_code() const noexcept { return i32_; }
-  std::u16string_view string() const noexcept;
+  std::u16string_view string() const noexcept {
+    if (code_ != uint16_t(Kind::kString) || str_ == nullptr) return {};
+    return {str_->data(), str_->size};
+  }
   Object* object() const noexcept { return obj_; }
   std::string ToUtf8String() const;  // for a String; "" for any other kind
 

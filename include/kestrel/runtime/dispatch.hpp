@@ -23,6 +23,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <initializer_list>
 #include <span>
@@ -44,8 +45,11 @@ class Args {
 
   Value& operator[](size_t i) noexcept {
     if (i < given_.size()) return given_[i];
-    scratch_ = Value::Missing();
-    return scratch_;
+    // Each omitted position has its own slot, so a[1] and a[2] held at once
+    // are two values; what a member writes there is dropped with the call.
+    Value& slot = scratch_[(i - given_.size()) % scratch_.size()];
+    slot = Value::Missing();
+    return slot;
   }
   // How many the caller passed (trailing omitted ones not counted).
   size_t size() const noexcept { return given_.size(); }
@@ -58,7 +62,7 @@ class Args {
 
  private:
   std::span<Value> given_;
-  Value scratch_;
+  std::array<Value, 8> scratch_;
 };
 
 // Use as max_args for a member whose last parameter is a parameter array.
@@ -105,8 +109,24 @@ class DispatchTable {
       m.prop_max = max_args;
       return *this;
     }
-    Builder& Let(std::u16string_view name, PutFn fn) { Find(name).let = fn; return *this; }
-    Builder& Set(std::u16string_view name, PutFn fn) { Find(name).set = fn; return *this; }
+    // Let and Set take the same index arguments as the property's Get; a
+    // property without a Get states them here.
+    Builder& Let(std::u16string_view name, PutFn fn, int min_args = -1, int max_args = -1) {
+      Member& m = Find(name);
+      m.let = fn;
+      return SetIndexCount(m, min_args, max_args);
+    }
+    Builder& Set(std::u16string_view name, PutFn fn, int min_args = -1, int max_args = -1) {
+      Member& m = Find(name);
+      m.set = fn;
+      return SetIndexCount(m, min_args, max_args);
+    }
+    // The member called when the name is empty (the object used as a value
+    // or indexed directly: list(1) is list.Item(1)).
+    Builder& DefaultMember(std::u16string_view name) {
+      default_member_ = name;
+      return *this;
+    }
     Builder& Property(std::u16string_view name, CallFn get, PutFn let) {
       Get(name, get);
       return Let(name, let);
@@ -115,10 +135,17 @@ class DispatchTable {
       std::sort(members_.begin(), members_.end(), [](const Member& a, const Member& b) {
         return detail::CompareMemberNames(a.name, b.name) < 0;
       });
-      return DispatchTable(class_name_, std::move(members_));
+      return DispatchTable(class_name_, default_member_, std::move(members_));
     }
 
    private:
+    Builder& SetIndexCount(Member& m, int min_args, int max_args) {
+      if (min_args >= 0) {
+        m.prop_min = min_args;
+        m.prop_max = max_args < 0 ? min_args : max_args;
+      }
+      return *this;
+    }
     Member& Find(std::u16string_view name) {
       for (Member& m : members_)
         if (detail::CompareMemberNames(m.name, name) == 0) return m;
@@ -126,6 +153,7 @@ class DispatchTable {
       return members_.back();
     }
     std::u16string_view class_name_;
+    std::u16string_view default_member_;
     std::vector<Member> members_;
   };
 
@@ -133,6 +161,7 @@ class DispatchTable {
   std::span<const Member> members() const noexcept { return members_; }
 
   const Member* Lookup(std::u16string_view name) const noexcept {
+    if (name.empty()) return nullptr;
     auto it = std::lower_bound(members_.begin(), members_.end(), name,
                                [](const Member& m, std::u16string_view n) {
                                  return detail::CompareMemberNames(m.name, n) < 0;
@@ -142,7 +171,7 @@ class DispatchTable {
   }
 
   Value Invoke(T& self, std::u16string_view name, CallKind kind, std::span<Value> args) const {
-    const Member* m = Lookup(name);
+    const Member* m = Lookup(name.empty() ? default_member_ : name);
     if (m == nullptr) detail::RaiseUnknownMember();
     switch (kind) {
       case CallKind::kMethod:
@@ -168,8 +197,9 @@ class DispatchTable {
   }
 
  private:
-  DispatchTable(std::u16string_view class_name, std::vector<Member> members)
-      : class_name_(class_name), members_(std::move(members)) {}
+  DispatchTable(std::u16string_view class_name, std::u16string_view default_member,
+                std::vector<Member> members)
+      : class_name_(class_name), default_member_(default_member), members_(std::move(members)) {}
 
   static bool CountFits(size_t n, int min_args, int max_args) noexcept {
     return n >= size_t(min_args) && n <= size_t(max_args);
@@ -187,6 +217,7 @@ class DispatchTable {
   }
 
   std::u16string_view class_name_;
+  std::u16string_view default_member_;
   std::vector<Member> members_;
 };
 

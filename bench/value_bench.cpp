@@ -1,0 +1,129 @@
+// Value against the plain C++ types a user would otherwise hold: copying,
+// comparing and sorting 1,000,000 doubles and short strings.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "kestrel/frame/value.hpp"
+#include "kestrel/runtime/compare.hpp"
+#include "ratio_reporter.hpp"
+
+namespace {
+
+using kestrel::Ordering;
+using kestrel::Value;
+
+constexpr size_t kCount = 1'000'000;
+
+const std::vector<double>& Doubles() {
+  static const std::vector<double> data = [] {
+    std::mt19937_64 rng(42);
+    std::uniform_real_distribution<double> dist(-1e6, 1e6);
+    std::vector<double> v(kCount);
+    for (double& d : v) d = dist(rng);
+    return v;
+  }();
+  return data;
+}
+
+// Eight random letters: past the small-string buffer of std::u16string, as
+// most identifiers and keys are.
+const std::vector<std::u16string>& Strings() {
+  static const std::vector<std::u16string> data = [] {
+    std::mt19937_64 rng(7);
+    std::uniform_int_distribution<int> letter(0, 51);
+    std::vector<std::u16string> v(kCount);
+    for (auto& s : v) {
+      s.resize(8);
+      for (char16_t& c : s) {
+        int l = letter(rng);
+        c = static_cast<char16_t>(l < 26 ? u'a' + l : u'A' + l - 26);
+      }
+    }
+    return v;
+  }();
+  return data;
+}
+
+template <class T>
+std::vector<Value> AsValues(const std::vector<T>& plain) {
+  return std::vector<Value>(plain.begin(), plain.end());
+}
+
+bool ValueLess(const Value& a, const Value& b) {
+  return kestrel::runtime::Compare(a, b) == Ordering::kLess;
+}
+
+// --- copying ---------------------------------------------------------------
+
+template <class Vector>
+void Copy(benchmark::State& state, const Vector& source) {
+  for (auto _ : state) {
+    Vector copy(source);
+    benchmark::DoNotOptimize(copy.data());
+  }
+  state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(source.size()));
+}
+
+void CopyDoublesKestrel(benchmark::State& s) { Copy(s, AsValues(Doubles())); }
+void CopyDoublesStd(benchmark::State& s) { Copy(s, Doubles()); }
+void CopyStringsKestrel(benchmark::State& s) { Copy(s, AsValues(Strings())); }
+void CopyStringsStd(benchmark::State& s) { Copy(s, Strings()); }
+
+// --- comparing neighbours ----------------------------------------------------
+
+template <class Vector, class Less>
+void CompareAll(benchmark::State& state, const Vector& data, Less less) {
+  for (auto _ : state) {
+    size_t count = 0;
+    for (size_t i = 1; i < data.size(); ++i) count += less(data[i - 1], data[i]);
+    benchmark::DoNotOptimize(count);
+  }
+  state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(data.size() - 1));
+}
+
+void CompareDoublesKestrel(benchmark::State& s) { CompareAll(s, AsValues(Doubles()), ValueLess); }
+void CompareDoublesStd(benchmark::State& s) { CompareAll(s, Doubles(), std::less<>()); }
+void CompareStringsKestrel(benchmark::State& s) { CompareAll(s, AsValues(Strings()), ValueLess); }
+void CompareStringsStd(benchmark::State& s) { CompareAll(s, Strings(), std::less<>()); }
+
+// --- sorting -----------------------------------------------------------------
+
+template <class Vector, class Less>
+void Sort(benchmark::State& state, const Vector& data, Less less) {
+  for (auto _ : state) {
+    state.PauseTiming();
+    Vector copy(data);
+    state.ResumeTiming();
+    std::sort(copy.begin(), copy.end(), less);
+    benchmark::DoNotOptimize(copy.data());
+  }
+  state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(data.size()));
+}
+
+void SortDoublesKestrel(benchmark::State& s) { Sort(s, AsValues(Doubles()), ValueLess); }
+void SortDoublesStd(benchmark::State& s) { Sort(s, Doubles(), std::less<>()); }
+void SortStringsKestrel(benchmark::State& s) { Sort(s, AsValues(Strings()), ValueLess); }
+void SortStringsStd(benchmark::State& s) { Sort(s, Strings(), std::less<>()); }
+
+}  // namespace
+
+BENCHMARK(CopyDoublesKestrel)->Name("Copy1M/doubles/kestrel")->Unit(benchmark::kMillisecond);
+BENCHMARK(CopyDoublesStd)->Name("Copy1M/doubles/std::vector")->Unit(benchmark::kMillisecond);
+BENCHMARK(CopyStringsKestrel)->Name("Copy1M/strings/kestrel")->Unit(benchmark::kMillisecond);
+BENCHMARK(CopyStringsStd)->Name("Copy1M/strings/std::u16string")->Unit(benchmark::kMillisecond);
+BENCHMARK(CompareDoublesKestrel)->Name("Compare1M/doubles/kestrel")->Unit(benchmark::kMillisecond);
+BENCHMARK(CompareDoublesStd)->Name("Compare1M/doubles/std::vector")->Unit(benchmark::kMillisecond);
+BENCHMARK(CompareStringsKestrel)->Name("Compare1M/strings/kestrel")->Unit(benchmark::kMillisecond);
+BENCHMARK(CompareStringsStd)
+    ->Name("Compare1M/strings/std::u16string")
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(SortDoublesKestrel)->Name("Sort1M/doubles/kestrel")->Unit(benchmark::kMillisecond);
+BENCHMARK(SortDoublesStd)->Name("Sort1M/doubles/std::vector")->Unit(benchmark::kMillisecond);
+BENCHMARK(SortStringsKestrel)->Name("Sort1M/strings/kestrel")->Unit(benchmark::kMillisecond);
+BENCHMARK(SortStringsStd)->Name("Sort1M/strings/std::u16string")->Unit(benchmark::kMillisecond);
+
+KESTREL_BENCHMARK_MAIN();

@@ -1,0 +1,105 @@
+// A tour of what Kestrel can do today. Each section prints what it shows.
+#include <cstdio>
+#include <string>
+
+#include "kestrel/frame/value.hpp"
+#include "kestrel/runtime/arithmetic.hpp"
+#include "kestrel/runtime/collection.hpp"
+#include "kestrel/runtime/compare.hpp"
+#include "kestrel/runtime/convert.hpp"
+#include "kestrel/runtime/dictionary.hpp"
+#include "kestrel/runtime/dispatch.hpp"
+#include "kestrel/runtime/error.hpp"
+#include "kestrel/runtime/registry.hpp"
+#include "kestrel/runtime/strings.hpp"
+
+using namespace kestrel;
+
+namespace {
+
+std::string Text(const Value& v) { return ToUtf8(runtime::ToText(v)); }
+
+void Show(const char* expression, const Value& v) {
+  std::printf("  %-34s -> %-22s (kind %u)\n", expression, Text(v).c_str(), v.code());
+}
+
+void Section(const char* title) { std::printf("\n%s\n", title); }
+
+}  // namespace
+
+int main() {
+  Section("Values and the runtime's conversions");
+  Show("CStr(123.4 + 567.8)", Value(runtime::ToText(runtime::Add(Value(123.4), Value(567.8)))));
+  Show("1E15", Value(1e15));
+  Show("1 / 30", runtime::Divide(Value(1), Value(30)));
+  Show("CInt(2.5), CInt(3.5)",
+       Value(runtime::ToText(Value(runtime::ToInteger(Value(2.5)))) + u", " +
+             runtime::ToText(Value(runtime::ToInteger(Value(3.5))))));
+  Show("CLng(\" &HFF \")", Value(runtime::ToLong(Value(u" &HFF "))));
+
+  Section("Arithmetic with kind promotion");
+  Show("CInt 32767 + CInt 1", runtime::Add(Value(int16_t{32767}), Value(int16_t{1})));
+  Show("\"12\" + 1", runtime::Add(Value(u"12"), Value(1)));
+  Show("\"12\" + \"1\"", runtime::Add(Value(u"12"), Value(u"1")));
+  Show("Null + 1 is Null", Value(runtime::Add(Value::Null(), Value(1)).IsNull()));
+  Show("7 \\ 2, 7 Mod -3", runtime::Concat(runtime::IntDivide(Value(7), Value(2)),
+                                           runtime::Concat(Value(u", "),
+                                                           runtime::Mod(Value(7), Value(-3)))));
+
+  Section("Comparison: binary and text mode");
+  Show("StrComp(\"a\", \"B\", binary)", Value(runtime::StrComp(u"a", u"B")));
+  Show("StrComp(\"a\", \"B\", text)",
+       Value(runtime::StrComp(u"a", u"B", CompareMethod::kText)));
+  Show("1 < \"1\" (numbers sort first)",
+       Value(runtime::Compare(Value(1), Value(u"1")) == Ordering::kLess));
+
+  Section("String functions");
+  Show("Replace(\"a-b-c\", \"-\", \"+\")", Value(runtime::Replace(u"a-b-c", u"-", u"+")));
+  Show("InStr(1, \"Hello\", \"L\", text)",
+       Value(runtime::InStr(1, u"Hello", u"L", CompareMethod::kText)));
+  Show("Join(Split(\"x y z\"), \"|\")", Value(runtime::Join(runtime::Split(u"x y z"), u"|")));
+  Show("Hex(-1 as Integer)", runtime::Hex(Value(int16_t{-1})));
+
+  Section("Arrays: any bounds, first index fastest, copy-on-write");
+  Value grid = Value::NewArray(Kind::kVariant, {{1, 2}, {-1, 0}});
+  grid.SetElement({2, 0}, Value(u"corner"));
+  Value copy = grid;
+  copy.SetElement({2, 0}, Value(u"changed"));
+  Show("grid(2, 0) after changing a copy", grid.GetElement({2, 0}));
+  Show("UBound(grid, 2)", Value(grid.UBound(2)));
+
+  Section("Containers");
+  auto dict = MakeRef<Dictionary>();
+  dict->SetCompareMode(CompareMethod::kText);
+  dict->Add(Value(u"Apple"), Value(1));
+  dict->Add(Value(2.0), Value(u"two"));
+  Show("dict.Exists(\"APPLE\") in text mode", Value(dict->Exists(Value(u"APPLE"))));
+  Show("dict.Item(2) (Long finds Double key)", dict->Item(Value(2)));
+  Show("Join(dict.Keys)", Value(runtime::Join(dict->Keys(), u", ")));
+  auto list = MakeRef<Collection>();
+  list->Add(Value(u"first"), Value(u"k1"));
+  list->Add(Value(u"second"));
+  Show("list.Item(\"K1\"), list.Count", runtime::Concat(list->Item(Value(u"K1")),
+                                                        Value(list->Count())));
+
+  Section("Late binding and the Error class");
+  Ref<Object> saved = CreateObject(u"Kestrel.Error");
+  CallByName(saved, u"Number", CallKind::kLet, {Value(errors::kObjectErrorBase + 1)});
+  CallByName(saved, u"Source", CallKind::kLet, {Value(u"Demo")});
+  CallByName(saved, u"Description", CallKind::kLet, {Value(u"Something went wrong")});
+  CallByName(saved, u"HelpContext", CallKind::kLet, {Value(u"0")});
+  try {
+    CallByName(saved, u"Raise", CallKind::kMethod);
+  } catch (const RuntimeError& e) {
+    std::printf("  caught: %s (source %s)\n", e.what(), ToUtf8(e.source()).c_str());
+  }
+  try {
+    CreateObject(u"Kestrel.NoSuchClass");
+  } catch (const RuntimeError& e) {
+    std::printf("  caught: %s\n", e.what());
+  }
+  std::printf("\nRegistered classes:");
+  for (const auto& name : Registry::Instance().Names()) std::printf(" %s", ToUtf8(name).c_str());
+  std::printf("\n");
+  return 0;
+}

@@ -1,0 +1,8 @@
+#!/usr/bin/env bash
+# Installs what is needed, builds the library and runs the demo.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/install-deps.sh
+cmake --preset default >/dev/null
+cmake --build --preset default --target kestrel_demo
+build/default/examples/kestrel_demo

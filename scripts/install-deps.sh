@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# Installs what building, testing and benchmarking Kestrel needs on Debian 12.
+# Does nothing when everything is already there; otherwise refreshes the
+# package lists first and installs without questions.
+set -euo pipefail
+
+packages=(
+  cmake ninja-build g++ clang pkg-config
+  libicu-dev
+  libgtest-dev libgmock-dev libbenchmark-dev
+  python3
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+sudo=""
+if [ "$(id -u)" -ne 0 ]; then sudo="sudo"; fi
+echo "Installing: ${missing[*]}"
+$sudo env DEBIAN_FRONTEND=noninteractive apt-get update -q
+$sudo env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "${missing[@]}"
