@@ -18,5 +18,8 @@ install(FILES ${PROJECT_BINARY_DIR}/KestrelConfig.cmake
               ${PROJECT_BINARY_DIR}/KestrelConfigVersion.cmake
         DESTINATION ${KESTREL_CMAKE_DIR})
 
+# The pkg-config file finds its prefix from where it lies, so an installed
+# tree can be moved (or installed with --prefix) and still be found.
+file(RELATIVE_PATH KESTREL_PC_TO_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/kestrel.pc.in ${PROJECT_BINARY_DIR}/kestrel.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/kestrel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <string>
 
+#include "kestrel/frame/unicode.hpp"
 #include "kestrel/frame/value.hpp"
 #include "kestrel/runtime/arithmetic.hpp"
 #include "kestrel/runtime/collection.hpp"
@@ -79,8 +80,8 @@ int main() {
   auto list = MakeRef<Collection>();
   list->Add(Value(u"first"), Value(u"k1"));
   list->Add(Value(u"second"));
-  Show("list.Item(\"K1\"), list.Count", runtime::Concat(list->Item(Value(u"K1")),
-                                                        Value(list->Count())));
+  Show("list.Item(\"K1\")", list->Item(Value(u"K1")));
+  Show("list.Count", Value(list->Count()));
 
   Section("Late binding and the Error class");
   Ref<Object> saved = CreateObject(u"Kestrel.Error");

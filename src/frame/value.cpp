@@ -164,10 +164,6 @@ Value Value::VariantArray(std::span<const Value> items, int32_t lower) {
   return v;
 }
 
-Value::Value(const Value& other) noexcept : code_(other.code_), pad_{}, bits_(other.bits_) {
-  Retain();
-}
-
 Value& Value::operator=(const Value& other) noexcept {
   Value copy(other);
   swap(copy);

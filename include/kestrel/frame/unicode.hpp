@@ -1,4 +1,3 @@
-// IMPLEMENTERS: read /work/main/HELPERS.md first (project rules, your own build dir). This line is removed by the lead.
 // UTF-8 at the boundary: Kestrel's strings are UTF-16 code units; C++
 // callers that hold UTF-8 convert explicitly with these two functions.
 #pragma once

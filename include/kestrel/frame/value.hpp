@@ -122,14 +122,18 @@ class KESTREL_API Value {
     return VariantArray(std::span<const Value>(items.begin(), items.size()), lower);
   }
 
-  Value(const Value& other) noexcept;
+  Value(const Value& other) noexcept : code_(other.code_), pad_{}, bits_(other.bits_) {
+    if (Shared()) Retain();
+  }
   Value(Value&& other) noexcept : code_(other.code_), pad_{}, bits_(other.bits_) {
     other.code_ = 0;
     other.bits_ = 0;
   }
   Value& operator=(const Value& other) noexcept;
   Value& operator=(Value&& other) noexcept;
-  ~Value() { if (code_ >= uint16_t(Kind::kString)) Release(); }
+  ~Value() {
+    if (Shared()) Release();
+  }
 
   void swap(Value& other) noexcept {
     std::swap(code_, other.code_);
@@ -228,6 +232,12 @@ class KESTREL_API Value {
 
  private:
   explicit Value(Kind k) noexcept : code_(uint16_t(k)), pad_{}, bits_(0) {}
+  // Strings, objects and arrays hold counted storage; every other kind is
+  // plain bits, copied and dropped without a call.
+  bool Shared() const noexcept {
+    return bits_ != 0 && (code_ == uint16_t(Kind::kString) || code_ == uint16_t(Kind::kObject) ||
+                          (code_ & kArrayFlag) != 0);
+  }
   void Release() noexcept;
   void Retain() const noexcept;
   detail::ArrayRep* UniqueArray();

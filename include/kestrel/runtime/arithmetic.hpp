@@ -1,4 +1,3 @@
-// IMPLEMENTERS: read /work/main/HELPERS.md first (project rules, your own build dir). This line is removed by the lead.
 // Arithmetic on values with the runtime's kind promotion.
 //
 // The result kind is the wider of the two operands in the order Byte,

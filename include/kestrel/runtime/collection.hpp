@@ -1,4 +1,3 @@
-// IMPLEMENTERS: read /work/main/HELPERS.md first (project rules, your own build dir). This line is removed by the lead.
 // Collection: the runtime's 1-based list with optional text keys.
 //
 // Items are kept in order; a key (any text, matched without regard to

@@ -1,4 +1,3 @@
-// IMPLEMENTERS: read /work/main/HELPERS.md first (project rules, your own build dir). This line is removed by the lead.
 // Comparison of two values with the runtime's rules, in binary or text mode.
 //
 //   - numeric kinds (Integer, Long, Single, Double, Date, Boolean, Byte,

@@ -1,4 +1,3 @@
-// IMPLEMENTERS: read /work/main/HELPERS.md first (project rules, your own build dir). This line is removed by the lead.
 // Conversions between value kinds, with the macro runtime's rules.
 //
 // These are the runtime's CStr, CDbl, CSng, CLng, CInt, CByte, CBool and the

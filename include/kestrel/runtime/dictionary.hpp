@@ -1,4 +1,3 @@
-// IMPLEMENTERS: read /work/main/HELPERS.md first (project rules, your own build dir). This line is removed by the lead.
 // Dictionary: keys to items in insertion order, with a compare mode.
 //
 // The runtime's dictionary: Add fails on an existing key (457, "This key is

@@ -1,4 +1,3 @@
-// IMPLEMENTERS: read /work/main/HELPERS.md first (project rules, your own build dir). This line is removed by the lead.
 // The ANSI code page: Windows-1252, fixed, whatever the process locale.
 //
 // Text handed to "native" interfaces and 8-bit files goes through these.

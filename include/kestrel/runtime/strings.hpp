@@ -1,4 +1,3 @@
-// IMPLEMENTERS: read /work/main/HELPERS.md first (project rules, your own build dir). This line is removed by the lead.
 // The runtime's string functions on UTF-16 text.
 //
 // Positions are 1-based like the runtime's. Lengths and positions that must
