@@ -126,8 +126,9 @@ TEST(Conversions, RejectNullAndNonScalars) {
   // The integer kinds share one path, ToSingle goes through ToDouble.
   const std::pair<const char*, std::function<void(const Value&)>> converters[] = {
       {"ToLong", ToLong}, {"ToDouble", ToDouble}, {"ToBoolean", ToBoolean}, {"ToText", ToText}};
-  for (const auto& [name, convert] : converters) {
-    SCOPED_TRACE(name);
+  for (const auto& converter : converters) {
+    SCOPED_TRACE(converter.first);
+    const auto& convert = converter.second;  // a lambda cannot capture a binding in Clang 14
     EXPECT_RAISES(convert(Value::Null()), kNullUse);
     EXPECT_RAISES(convert(Value::Missing()), kMismatch);
     EXPECT_RAISES(convert(Value::Nothing()), kMismatch);

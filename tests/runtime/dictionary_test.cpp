@@ -75,8 +75,10 @@ TEST(Dictionary, Errors) {
       {"Key read", [&](D& d) { CallByName(&d, u"Key", kGet, {a}); }, kWrongArgumentCount},
       {"Item Set of text", [&](D& d) { CallByName(&d, u"Item", kSet, set_text); }, kObjectRequired},
   };
-  for (const auto& [what, op, number] : cases) {
-    SCOPED_TRACE(what);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::get<0>(c));
+    const auto& op = std::get<1>(c);  // a lambda cannot capture a binding in Clang 14
+    const int32_t number = std::get<2>(c);
     Ref<D> d = MakeRef<D>();  // CallByName holds a reference while it calls
     d->Add(a, Value(int32_t{1}));
     d->Add(b, Value(int32_t{2}));

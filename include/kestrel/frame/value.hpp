@@ -243,7 +243,7 @@ class KESTREL_API Value {
   detail::ArrayRep* UniqueArray();
 
   uint16_t code_;
-  uint16_t pad_[3];
+  [[maybe_unused]] uint16_t pad_[3];  // keeps the payload 8-aligned
   union {
     uint64_t bits_;
     int16_t i16_;
