@@ -65,7 +65,8 @@ TEST(StringBuilder, InsertAndRemovePositions) {
 // growth when the text is longer still; a chunk of 0 cannot make room.
 TEST(StringBuilder, InsertGrowth) {
   const int32_t cases[][3] = {{4, 1, 4}, {4, 2, 8}, {4, 5, 8}, {4, 9, 12}, {0, 2, -6}};
-  for (const auto& [chunk, n, capacity] : cases) {
+  for (const auto& row : cases) {
+    const int32_t chunk = row[0], n = row[1], capacity = row[2];
     SCOPED_TRACE(n);
     StringBuilder sb;
     sb.SetChunkSize(4);
