@@ -1,0 +1,146 @@
+// The array sorts of Utilities against std::sort: on the very same Values
+// with the same comparison (the fair measure of the sort itself), and on the
+// plain C++ types a user would otherwise hold (the whole cost of Values).
+// 1,000,000 random doubles and random 8-letter strings.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "kestrel/frame/value.hpp"
+#include "kestrel/runtime/compare.hpp"
+#include "kestrel/utilities/utilities.hpp"
+#include "ratio_reporter.hpp"
+
+namespace {
+
+using kestrel::Ordering;
+using kestrel::Value;
+
+constexpr size_t kCount = 1'000'000;
+
+const std::vector<double>& Doubles() {
+  static const std::vector<double> data = [] {
+    std::mt19937_64 rng(42);
+    std::uniform_real_distribution<double> dist(-1e6, 1e6);
+    std::vector<double> v(kCount);
+    for (double& d : v) d = dist(rng);
+    return v;
+  }();
+  return data;
+}
+
+const std::vector<std::u16string>& Strings() {
+  static const std::vector<std::u16string> data = [] {
+    std::mt19937_64 rng(7);
+    std::uniform_int_distribution<int> letter(0, 51);
+    std::vector<std::u16string> v(kCount);
+    for (auto& s : v) {
+      s.resize(8);
+      for (char16_t& c : s) {
+        int l = letter(rng);
+        c = static_cast<char16_t>(l < 26 ? u'a' + l : u'A' + l - 26);
+      }
+    }
+    return v;
+  }();
+  return data;
+}
+
+template <class T>
+const std::vector<Value>& AsValues(const std::vector<T>& plain) {
+  static const std::vector<Value> values(plain.begin(), plain.end());
+  return values;
+}
+
+// The comparison both sides use: the runtime's, as the sorts call it.
+struct ValueLess {
+  bool operator()(const Value& a, const Value& b) const {
+    return kestrel::runtime::Compare(a, b) == Ordering::kLess;
+  }
+};
+
+enum class Member { kSQuickSort, kQuickSort };
+
+template <class T>
+void SortWithUtilities(benchmark::State& state, const std::vector<T>& plain, Member member) {
+  const Value source = Value::VariantArray(AsValues(plain));
+  const int32_t upper = static_cast<int32_t>(plain.size()) - 1;
+  for (auto _ : state) {
+    state.PauseTiming();
+    Value copy = source;
+    copy.MutableElements();  // unshare outside the timed part
+    state.ResumeTiming();
+    if (member == Member::kSQuickSort) {
+      kestrel::utilities::SQuickSort(copy, 0, upper);
+    } else {
+      kestrel::utilities::QuickSort(copy);
+    }
+    benchmark::DoNotOptimize(copy.Elements().data());
+  }
+  state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(plain.size()));
+}
+
+template <class Vector, class Less>
+void StdSort(benchmark::State& state, const Vector& data, Less less) {
+  for (auto _ : state) {
+    state.PauseTiming();
+    Vector copy(data);
+    state.ResumeTiming();
+    std::sort(copy.begin(), copy.end(), less);
+    benchmark::DoNotOptimize(copy.data());
+  }
+  state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(data.size()));
+}
+
+void SQuickDoubles(benchmark::State& s) {
+  SortWithUtilities(s, Doubles(), Member::kSQuickSort);
+}
+void SQuickStrings(benchmark::State& s) {
+  SortWithUtilities(s, Strings(), Member::kSQuickSort);
+}
+void QuickDoubles(benchmark::State& s) {
+  SortWithUtilities(s, Doubles(), Member::kQuickSort);
+}
+void QuickStrings(benchmark::State& s) {
+  SortWithUtilities(s, Strings(), Member::kQuickSort);
+}
+void StdValueDoubles(benchmark::State& s) {
+  StdSort(s, AsValues(Doubles()), ValueLess());
+}
+void StdValueStrings(benchmark::State& s) {
+  StdSort(s, AsValues(Strings()), ValueLess());
+}
+void StdPlainDoubles(benchmark::State& s) {
+  StdSort(s, Doubles(), std::less<>());
+}
+void StdPlainStrings(benchmark::State& s) {
+  StdSort(s, Strings(), std::less<>());
+}
+
+// Each case pairs one Kestrel run with one baseline, so a Kestrel sort
+// measured against two baselines appears under two case names.
+#define SORT_CASE(fn, name) BENCHMARK(fn)->Name(name)->Unit(benchmark::kMillisecond)
+
+SORT_CASE(SQuickDoubles, "SQuickSort1M/doubles/kestrel");
+SORT_CASE(StdValueDoubles, "SQuickSort1M/doubles/std::sort(Value)");
+SORT_CASE(SQuickDoubles, "SQuickSort1M/doubles-plain/kestrel");
+SORT_CASE(StdPlainDoubles, "SQuickSort1M/doubles-plain/std::sort(double)");
+SORT_CASE(SQuickStrings, "SQuickSort1M/strings/kestrel");
+SORT_CASE(StdValueStrings, "SQuickSort1M/strings/std::sort(Value)");
+SORT_CASE(SQuickStrings, "SQuickSort1M/strings-plain/kestrel");
+SORT_CASE(StdPlainStrings, "SQuickSort1M/strings-plain/std::sort(u16string)");
+SORT_CASE(QuickDoubles, "QuickSort1M/doubles/kestrel");
+SORT_CASE(StdValueDoubles, "QuickSort1M/doubles/std::sort(Value)");
+SORT_CASE(QuickDoubles, "QuickSort1M/doubles-plain/kestrel");
+SORT_CASE(StdPlainDoubles, "QuickSort1M/doubles-plain/std::sort(double)");
+SORT_CASE(QuickStrings, "QuickSort1M/strings/kestrel");
+SORT_CASE(StdValueStrings, "QuickSort1M/strings/std::sort(Value)");
+SORT_CASE(QuickStrings, "QuickSort1M/strings-plain/kestrel");
+SORT_CASE(StdPlainStrings, "QuickSort1M/strings-plain/std::sort(u16string)");
+
+}  // namespace
+
+KESTREL_BENCHMARK_MAIN();

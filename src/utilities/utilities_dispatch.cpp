@@ -1,0 +1,126 @@
+// Late-bound access to Utilities: argument conversion at the boundary, then
+// the typed member. Arguments that members write back are passed as the
+// caller's own Values.
+#include "kestrel/runtime/convert.hpp"
+#include "kestrel/runtime/registry.hpp"
+#include "kestrel/utilities/utilities.hpp"
+
+namespace kestrel {
+namespace {
+
+using U = Utilities;
+
+CompareMethod CompareArg(Args& a, size_t i, CompareMethod fallback) {
+  return a.Has(i) ? runtime::ToCompareMethod(runtime::ToLong(a[i])) : fallback;
+}
+
+Value Nothing(Args& a, size_t i) {
+  return a.Has(i) ? a[i] : Value::Nothing();
+}
+
+}  // namespace
+
+KESTREL_REGISTER_CLASS(Utilities, Utilities::kQualifiedName, Instancing::kGlobal);
+
+const DispatchTable<Utilities>& Utilities::Dispatch() {
+  static const auto table =
+      DispatchTable<U>::Builder(u"Utilities")
+          .Method(u"Nz", 2, 2, [](U& u, Args& a) { return u.Nz(a[0], a[1]); })
+          .Method(u"Ez", 2, 2, [](U& u, Args& a) { return u.Ez(a[0], a[1]); })
+          .Method(u"Mz", 2, 2, [](U& u, Args& a) { return u.Mz(a[0], a[1]); })
+          .Method(u"NEMz", 2, 2, [](U& u, Args& a) { return u.NEMz(a[0], a[1]); })
+          // NEM's argument is optional so that an omitted one tests True.
+          .Method(u"NEM", 0, 1, [](U& u, Args& a) { return Value(u.NEM(a[0])); })
+          .Method(u"Max", 2, 2, [](U& u, Args& a) { return u.Max(a[0], a[1]); })
+          .Method(u"Min", 2, 2, [](U& u, Args& a) { return u.Min(a[0], a[1]); })
+          .Method(u"Equals", 2, 3,
+                  [](U& u, Args& a) {
+                    // Equals never raises, not even for a bad compare mode.
+                    CompareMethod compare;
+                    try {
+                      compare = CompareArg(a, 2, CompareMethod::kBinary);
+                    } catch (const RuntimeError&) {
+                      return Value(false);
+                    }
+                    return Value(u.Equals(a[0], a[1], compare));
+                  })
+          .Method(u"FractionalPart", 1, 1, [](U& u, Args& a) { return u.FractionalPart(a[0]); })
+          .Method(u"Round", 1, 2,
+                  [](U& u, Args& a) {
+                    int32_t decimals = a.Has(1) ? runtime::ToLong(a[1]) : 0;
+                    return Value(u.Round(a[0], decimals));
+                  })
+          .Method(u"ValueOrMissing", 2, 2,
+                  [](U& u, Args& a) { return u.ValueOrMissing(a[0], a[1]); })
+          .Method(u"GetValue", 0, 1, [](U& u, Args& a) { return u.GetValue(a[0]); })
+          .Method(u"MissingValue", 0, 0, [](U& u, Args&) { return u.MissingValue(); })
+          .Method(u"Increment", 1, 2,
+                  [](U& u, Args& a) {
+                    Value by = a.Has(1) ? a[1] : Value(int16_t{1});
+                    return u.Increment(a[0], by);
+                  })
+          .Method(u"TestValue", 3, 3, [](U& u, Args& a) { return u.TestValue(a[0], a[1], a[2]); })
+          .Method(u"IsControlVisible", 1, 2,
+                  [](U& u, Args& a) { return Value(u.IsControlVisible(a[0], Nothing(a, 1))); })
+          .Method(u"IsControlEnabled", 1, 2,
+                  [](U& u, Args& a) { return Value(u.IsControlEnabled(a[0], Nothing(a, 1))); })
+          .Method(u"GetWindowsVersionString", 0, 0,
+                  [](U& u, Args&) { return Value(u.GetWindowsVersionString()); })
+          // --- arrays ---
+          .Method(u"AddToArray", 2, 3,
+                  [](U& u, Args& a) {
+                    bool unique = a.Has(2) && runtime::ToBoolean(a[2]);
+                    return u.AddToArray(a[0], a[1], unique);
+                  })
+          .Method(u"ArrayEquals", 2, 3,
+                  [](U& u, Args& a) {
+                    CompareMethod compare;
+                    try {
+                      compare = CompareArg(a, 2, CompareMethod::kBinary);
+                    } catch (const RuntimeError&) {
+                      return Value(false);
+                    }
+                    return Value(u.ArrayEquals(a[0], a[1], compare));
+                  })
+          .Method(u"ArrayDimMatch", 2, 2,
+                  [](U& u, Args& a) { return Value(u.ArrayDimMatch(a[0], a[1])); })
+          .Method(u"QuickSort", 1, 3,
+                  [](U& u, Args& a) {
+                    u.QuickSort(a[0], a[1], a[2]);
+                    return Value();
+                  })
+          .Method(u"SQuickSort", 3, 3,
+                  [](U& u, Args& a) {
+                    u.SQuickSort(a[0], runtime::ToLong(a[1]), runtime::ToLong(a[2]));
+                    return Value();
+                  })
+          .Method(u"ReverseOrder", 1, 1, [](U& u, Args& a) { return u.ReverseOrder(a[0]); })
+          .Method(u"IsEmptyArray", 1, 1, [](U& u, Args& a) { return Value(u.IsEmptyArray(a[0])); })
+          .Method(u"UniqueValueArray", 1, 1, [](U& u, Args& a) { return u.UniqueValueArray(a[0]); })
+          .Method(u"ReboundArray", 1, 2,
+                  [](U& u, Args& a) {
+                    return u.ReboundArray(a[0], a.Has(1) ? runtime::ToLong(a[1]) : 0);
+                  })
+          .Method(u"IsElement", 2, 2, [](U& u, Args& a) { return Value(u.IsElement(a[0], a[1])); })
+          .Method(
+              u"IsStringElement", 2, 3,
+              [](U& u, Args& a) {
+                return Value(u.IsStringElement(a[0], a[1], CompareArg(a, 2, CompareMethod::kText)));
+              })
+          .Method(u"ArrayCount", 1, 2,
+                  [](U& u, Args& a) {
+                    return u.ArrayCount(a[0], a.Has(1) ? runtime::ToInteger(a[1]) : int16_t{1});
+                  })
+          .Method(u"DimensionCount", 1, 1,
+                  [](U& u, Args& a) { return Value(u.DimensionCount(a[0])); })
+          .Method(u"StringArray", 1, 1, [](U& u, Args& a) { return u.StringArray(a[0]); })
+          .Method(u"CloneArray", 2, 2,
+                  [](U& u, Args& a) {
+                    u.CloneArray(a[0], a[1]);
+                    return Value();
+                  })
+          .Build();
+  return table;
+}
+
+}  // namespace kestrel

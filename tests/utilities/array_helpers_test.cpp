@@ -1,0 +1,222 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "kestrel/frame/unicode.hpp"
+#include "kestrel/runtime/convert.hpp"
+#include "kestrel/utilities/utilities.hpp"
+#include "runtime_error_matchers.hpp"
+
+namespace kestrel {
+namespace {
+
+namespace u = utilities;
+
+Value Arr(std::initializer_list<Value> items, int32_t lower = 0) {
+  return Value::VariantArray(items, lower);
+}
+
+// "lower..upper:e1,e2,..." for a one-dimensional array; Null shows as "#".
+std::string Dump(const Value& a) {
+  if (!a.IsAllocated()) return "unallocated";
+  std::string s = std::to_string(a.LBound()) + ".." + std::to_string(a.UBound()) + ":";
+  for (size_t i = 0; i < a.ElementCount(); ++i) {
+    Value e = a.ElementAt(i);
+    s += (i ? "," : "") + (e.IsNull() ? std::string("#") : ToUtf8(runtime::ToText(e)));
+  }
+  return s;
+}
+
+// The kind codes of the elements, to tell equal values of different kinds apart.
+std::vector<int> Kinds(const Value& a) {
+  std::vector<int> kinds;
+  for (const Value& e : a.Elements()) kinds.push_back(e.code());
+  return kinds;
+}
+
+TEST(Utilities, AddToArrayGrowsAtTheTop) {
+  Value list;
+  u::AddToArray(list, Value(5));
+  EXPECT_EQ(Dump(list), "0..0:5");
+  u::AddToArray(list, Arr({Value(1), Value(2)}));
+  EXPECT_EQ(Dump(u::AddToArray(list, Value(2.0), true)), "0..2:5,1,2");
+  EXPECT_EQ(Dump(u::AddToArray(list, list)), "0..5:5,1,2,5,1,2");
+
+  Value based = Arr({Value(u"a")}, 1);
+  EXPECT_EQ(Dump(u::AddToArray(based, Value(u"b"))), "1..2:a,b");
+
+  // Objects match by identity only.
+  Ref<Object> a = CreateObject(u"Kestrel.Error"), b = CreateObject(u"Kestrel.Error");
+  Value objects;
+  u::AddToArray(objects, Value(a), true);
+  u::AddToArray(objects, Value(a), true);
+  u::AddToArray(objects, Value(b), true);
+  EXPECT_EQ(objects.UBound(), 1);
+}
+
+TEST(Utilities, ShapeTests) {
+  const Value unallocated = Value::UnallocatedArray(Kind::kVariant);
+  const Value grid = Value::NewArray(Kind::kVariant, {{0, 1}, {0, 2}});
+  const Value one_to_three = Arr({Value(1), Value(2), Value(3)}, 1);
+  const Value empty = Value::NewArray(Kind::kVariant, {{0, -1}});
+  EXPECT_TRUE(u::IsEmptyArray(Value(3)));
+  EXPECT_TRUE(u::IsEmptyArray(empty));
+  EXPECT_TRUE(u::IsEmptyArray(unallocated));
+  EXPECT_FALSE(u::IsEmptyArray(Arr({Value()})));
+
+  Value count = u::ArrayCount(unallocated);
+  EXPECT_EQ(count.code(), uint16_t(Kind::kInteger));
+  count = u::ArrayCount(one_to_three);
+  EXPECT_EQ(count.code(), uint16_t(Kind::kLong));
+  EXPECT_EQ(count.long_value(), 3);
+  EXPECT_EQ(u::ArrayCount(grid, 2).long_value(), 3);
+  EXPECT_RAISES(u::ArrayCount(one_to_three, 2), errors::kSubscriptOutOfRange);
+  EXPECT_EQ(u::DimensionCount(grid), 2);
+
+  // Only ArrayX's dimension count is looked at.
+  const Value line = Value::NewArray(Kind::kVariant, {{0, 2}});
+  const Value wide = Value::NewArray(Kind::kVariant, {{0, 2}, {0, 1}});
+  EXPECT_TRUE(u::ArrayDimMatch(line, wide));
+  EXPECT_FALSE(u::ArrayDimMatch(wide, line));
+  EXPECT_TRUE(u::ArrayDimMatch(unallocated, Value::UnallocatedArray(Kind::kString)));
+  EXPECT_FALSE(u::ArrayDimMatch(line, one_to_three));
+  // Matching first dimension but no elements on the Y side: False, no error.
+  EXPECT_FALSE(u::ArrayEquals(line, Value::NewArray(Kind::kVariant, {{0, 2}, {0, -1}})));
+}
+
+TEST(Utilities, QuickSortInPlace) {
+  Value a = Arr({Value(3), Value(1), Value(2)});
+  u::QuickSort(a);
+  EXPECT_EQ(Dump(a), "0..2:1,2,3");
+  a = Arr({Value(u"b"), Value(10), Value(u"a"), Value(2.5), Value(u"B")}, 1);
+  u::QuickSort(a);
+  EXPECT_EQ(Dump(a), "1..5:2.5,10,B,a,b");
+
+  // The pivot of 0..3 is element 2 (1.5 rounds to even): which of the two
+  // equal 2s ends first follows from that choice.
+  a = Arr({Value(1), Value(3), Value(2), Value(2.0)});
+  u::QuickSort(a);
+  EXPECT_EQ(Kinds(a), (std::vector<int>{3, 5, 3, 3}));
+
+  Value part = Arr({Value(9), Value(8), Value(7), Value(6)});
+  Value low(1), high(2);
+  u::QuickSort(part, low, high);
+  EXPECT_EQ(Dump(part), "0..3:9,7,8,6");
+  high = Value(4);
+  EXPECT_RAISES(u::QuickSort(part, low, high), errors::kSubscriptOutOfRange);
+  Value grid = Value::NewArray(Kind::kVariant, {{0, 1}, {0, 1}});
+  EXPECT_RAISES(u::QuickSort(grid), errors::kSubscriptOutOfRange);
+  Value bytes = Value::ByteArray(std::vector<uint8_t>{3, 1, 2});
+  u::QuickSort(bytes);
+  EXPECT_EQ(Dump(bytes), "0..2:1,2,3");
+}
+
+TEST(Utilities, SQuickSortFollowsItsPartitionScheme) {
+  Value a = Arr({Value(5), Value(4), Value(3), Value(2), Value(1)});
+  u::SQuickSort(a, 1, 3);
+  EXPECT_EQ(Dump(a), "0..4:5,2,3,4,1");
+  // Equal keys of different kinds show the exact swaps: the middle element
+  // is the pivot, moved to the front and then to its place.
+  a = Arr({Value(int16_t{2}), Value(uint8_t{1}), Value(2), Value(1.0f), Value(2.0)});
+  u::SQuickSort(a, 0, 4);
+  EXPECT_EQ(Kinds(a), (std::vector<int>{4, 17, 5, 3, 2}));
+  a = Arr({Value(int16_t{1}), Value(1), Value(1.0), Value(uint8_t{1})});
+  u::SQuickSort(a, 0, 3);
+  EXPECT_EQ(Kinds(a), (std::vector<int>{17, 5, 3, 2}));
+  // The same moves when every element is a Double (0 and -0 are equal).
+  a = Arr({Value(0.0), Value(-1.0), Value(-0.0), Value(-1.0), Value(0.0)});
+  u::SQuickSort(a, 0, 4);
+  EXPECT_EQ(Dump(a), "0..4:-1,-1,0,0,0");
+  EXPECT_TRUE(std::signbit(a.ElementAt(3).dbl()));
+  EXPECT_FALSE(std::signbit(a.ElementAt(2).dbl()) || std::signbit(a.ElementAt(4).dbl()));
+  a = Arr({Value(u"b"), Value(u"B"), Value(u"a"), Value(u"")});
+  u::SQuickSort(a, 0, 3);
+  EXPECT_EQ(Dump(a), "0..3:,B,a,b");
+
+  std::mt19937 rng(1);
+  std::vector<Value> items;
+  for (int i = 0; i < 5000; ++i) items.emplace_back(double(rng() % 1000));
+  Value big = Value::VariantArray(items, -7);
+  u::SQuickSort(big, -7, 4992);
+  EXPECT_TRUE(std::is_sorted(big.Elements().begin(), big.Elements().end(),
+                             [](const Value& x, const Value& y) { return x.dbl() < y.dbl(); }));
+
+  EXPECT_RAISES(u::SQuickSort(a, 0, 5), errors::kSubscriptOutOfRange);
+  u::SQuickSort(a, 9, 5);  // nothing to read
+  Value strings = Value::NewArray(Kind::kString, {{0, 1}});
+  EXPECT_RAISES(u::SQuickSort(strings, 0, 1), errors::kTypeMismatch);
+}
+
+TEST(Utilities, ReshapingMembers) {
+  const Value abc = Arr({Value(u"a"), Value(u"b"), Value(u"c")});
+  EXPECT_EQ(Dump(u::ReverseOrder(abc)), "0..2:c,b,a");
+  EXPECT_RAISES(u::ReverseOrder(Arr({Value(1), Value(2), Value(3)}, 1)),
+                errors::kSubscriptOutOfRange);
+  EXPECT_EQ(Dump(u::ReverseOrder(Value::UnallocatedArray(Kind::kVariant))), "0..-1:");
+
+  EXPECT_EQ(Dump(u::UniqueValueArray(Arr({Value(1), Value(2), Value(1.0), Value(), Value(3)}))),
+            "0..2:1,2,3");
+  EXPECT_EQ(Dump(u::UniqueValueArray(Arr({Value::Null(), Value::Null()}, 4))), "0..1:#,#");
+
+  EXPECT_EQ(Dump(u::ReboundArray(abc, 1)), "1..3:a,b,c");
+  EXPECT_EQ(Dump(u::ReboundArray(Value(7), 1)), "0..-1:");
+
+  EXPECT_EQ(Dump(u::StringArray(Arr({Value(1), Value(2.5), Value(true)}))), "0..2:1,2.5,True");
+  EXPECT_EQ(u::StringArray(Arr({Value(1)}, -1)).code(), kArrayFlag | uint16_t(Kind::kString));
+  EXPECT_FALSE(u::StringArray(Arr({Value(1)}, -1)).IsAllocated());
+  EXPECT_RAISES(u::StringArray(Arr({Value(1), Value(2)}, 1)), errors::kSubscriptOutOfRange);
+  EXPECT_RAISES(u::StringArray(Arr({Value::Null()})), errors::kInvalidUseOfNull);
+
+  Value copy(5);
+  u::CloneArray(Value::NewArray(Kind::kString, {{2, 3}}), copy);
+  EXPECT_EQ(copy.code(), kArrayFlag | uint16_t(Kind::kVariant));
+  EXPECT_EQ(Dump(copy), "2..3:,");
+  u::CloneArray(Value::NewArray(Kind::kLong, {{0, -1}}), copy);
+  EXPECT_EQ(Dump(copy), "unallocated");
+  EXPECT_RAISES(u::CloneArray(Value(1), copy), errors::kTypeMismatch);
+}
+
+TEST(Utilities, SearchMembers) {
+  Value strings = Value::NewArray(Kind::kString, {{0, 1}});
+  strings.SetElement({1}, Value(u"ABC"));
+  EXPECT_TRUE(u::IsStringElement(Value(u"abc"), strings));
+  EXPECT_FALSE(u::IsStringElement(Value(u"abc"), strings, CompareMethod::kBinary));
+  EXPECT_FALSE(u::IsElement(Value(u"abc"), strings));
+  EXPECT_TRUE(u::IsElement(Value(u"ABC"), strings));
+  EXPECT_TRUE(u::IsElement(Value(2.0), Arr({Value::Null(), Value(2)})));
+  EXPECT_FALSE(u::IsElement(Value(), Value(3)));
+  EXPECT_RAISES(u::IsStringElement(Value(u"a"), Arr({Value(u"a")})), errors::kTypeMismatch);
+}
+
+// Late-bound calls see the by-reference write-backs.
+TEST(Utilities, DispatchWritesBackByReference) {
+  Utilities& shared = GlobalInstance<Utilities>();
+  Value args[3] = {Value(int16_t{32767})};
+  CallByName(&shared, u"increment", CallKind::kMethod, std::span<Value>(args, 1));
+  EXPECT_EQ(args[0].code(), uint16_t(Kind::kLong));
+
+  // An omitted Low before a passed High receives the lower bound.
+  args[0] = Arr({Value(2), Value(1), Value(0)}, 3);
+  args[1] = Value::Missing();
+  args[2] = Value(4);
+  CallByName(&shared, u"QuickSort", CallKind::kMethod, args);
+  EXPECT_EQ(Dump(args[0]), "3..5:1,2,0");
+  EXPECT_EQ(args[1].code(), uint16_t(Kind::kLong));
+  EXPECT_EQ(args[1].long_value(), 3);
+
+  args[0] = Arr({Value(u"x")}, 1);
+  args[1] = Value();
+  CallByName(&shared, u"CloneArray", CallKind::kMethod, std::span<Value>(args, 2));
+  EXPECT_EQ(Dump(args[1]), "1..1:x");
+
+  EXPECT_TRUE(CallByName(&shared, u"NEM", CallKind::kMethod).boolean());
+  EXPECT_FALSE(
+      CallByName(&shared, u"Equals", CallKind::kMethod, {Value(1), Value(1), Value(7)}).boolean());
+}
+
+}  // namespace
+}  // namespace kestrel
