@@ -207,6 +207,13 @@ TEST(Utilities, DispatchWritesBackByReference) {
   EXPECT_EQ(Dump(args[0]), "3..5:1,2,0");
   EXPECT_EQ(args[1].code(), uint16_t(Kind::kLong));
   EXPECT_EQ(args[1].long_value(), 3);
+  // Both bounds passed as Missing: both receive dimension 1's bounds.
+  args[1] = Value::Missing();
+  args[2] = Value::Missing();
+  CallByName(&shared, u"QuickSort", CallKind::kMethod, args);
+  EXPECT_EQ(Dump(args[0]), "3..5:0,1,2");
+  EXPECT_EQ(args[1].long_value(), 3);
+  EXPECT_EQ(args[2].long_value(), 5);
 
   args[0] = Arr({Value(u"x")}, 1);
   args[1] = Value();

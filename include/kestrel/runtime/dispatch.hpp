@@ -212,7 +212,9 @@ class DispatchTable {
     if (!CountFits(n, min_args, max_args)) detail::RaiseBadCall();
     for (int i = 0; i < min_args; ++i)
       if (args[size_t(i)].IsMissing()) RaiseStandard(errors::kArgumentNotOptional);
-    Args a(args.first(n));
+    // The member still sees the caller's trailing Missing values: a member
+    // that fills in an omitted by-reference argument writes it back there.
+    Args a(args.first(std::min(args.size(), size_t(max_args))));
     return fn(self, a);
   }
 
