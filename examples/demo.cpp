@@ -13,6 +13,10 @@
 #include "kestrel/runtime/error.hpp"
 #include "kestrel/runtime/registry.hpp"
 #include "kestrel/runtime/strings.hpp"
+#include "kestrel/containers/named_strings.hpp"
+#include "kestrel/containers/stack.hpp"
+#include "kestrel/containers/string_builder.hpp"
+#include "kestrel/utilities/utilities.hpp"
 
 using namespace kestrel;
 
@@ -82,6 +86,37 @@ int main() {
   list->Add(Value(u"second"));
   Show("list.Item(\"K1\")", list->Item(Value(u"K1")));
   Show("list.Count", Value(list->Count()));
+
+  Section("Utilities: the global helper class, as free functions");
+  Show("Max(Null, 3)", utilities::Max(Value::Null(), Value(3)));
+  Show("Max(10, \"9\") (text beats numbers)", utilities::Max(Value(10), Value(u"9")));
+  Show("Round(-2.5), Round(0.125, 2)",
+       runtime::Concat(Value(utilities::Round(Value(-2.5))),
+                       runtime::Concat(Value(u", "), Value(utilities::Round(Value(0.125), 2)))));
+  Value counter(int16_t{32767});
+  utilities::Increment(counter);
+  Show("Increment(32767 as Integer)", counter);
+  Value list_array;
+  for (int n : {3, 1, 2, 3}) utilities::AddToArray(list_array, Value(n), /*unique=*/true);
+  utilities::SQuickSort(list_array, list_array.LBound(), list_array.UBound());
+  Show("AddToArray unique, SQuickSort", Value(runtime::Join(list_array, u" ")));
+  Show("GetWindowsVersionString", Value(utilities::GetWindowsVersionString()));
+
+  Section("Stack, StringBuilder, NamedStrings");
+  auto stack = MakeRef<Stack>();
+  stack->Add(Value(5));
+  stack->Add(Value(u"x"));
+  Show("Top after Add 5, Add \"x\"", stack->Top());
+  Show("Remove (returns Null, kept so)", Value(stack->Remove().IsNull()));
+  auto builder = MakeRef<StringBuilder>();
+  for (int i = 0; i < 3; ++i) builder->Append(u"ab");
+  builder->Insert(0, u"<");
+  Show("StringBuilder: Insert(0) + 3 x Append", Value(builder->toString()));
+  Show("Capacity (characters, one chunk)", Value(builder->Capacity()));
+  auto pairs = MakeRef<NamedStrings>();
+  pairs->SetText(u"user=ann;path=C://x;note=a/=b");  // "/" escapes
+  Show("NamedStrings Value(\"note\")", Value(pairs->Value(u"note")));
+  Show("NamedStrings Text", Value(pairs->Text()));
 
   Section("Late binding and the Error class");
   Ref<Object> saved = CreateObject(u"Kestrel.Error");
