@@ -56,11 +56,7 @@ const std::vector<Value>& AsValues(const std::vector<T>& plain) {
 }
 
 // The comparison both sides use: the runtime's, as the sorts call it.
-struct ValueLess {
-  bool operator()(const Value& a, const Value& b) const {
-    return kestrel::runtime::Compare(a, b) == Ordering::kLess;
-  }
-};
+using ValueLess = kestrel::runtime::LessThan;
 
 enum class Member { kSQuickSort, kQuickSort };
 

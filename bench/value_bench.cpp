@@ -53,12 +53,8 @@ std::vector<Value> AsValues(const std::vector<T>& plain) {
   return std::vector<Value>(plain.begin(), plain.end());
 }
 
-// A function object, as std::less<> is, so both sides inline alike.
-struct ValueLess {
-  bool operator()(const Value& a, const Value& b) const {
-    return kestrel::runtime::Compare(a, b) == Ordering::kLess;
-  }
-};
+// The library's ordering predicate, a function object as std::less<> is.
+using ValueLess = kestrel::runtime::LessThan;
 
 // --- copying ---------------------------------------------------------------
 

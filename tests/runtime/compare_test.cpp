@@ -8,6 +8,8 @@
 
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/frame/object.hpp"
+#include "kestrel/frame/unicode.hpp"
+#include "kestrel/runtime/convert.hpp"
 #include "runtime_error_matchers.hpp"
 #include "value_matchers.hpp"
 
@@ -114,6 +116,22 @@ TEST(IsSameObject, ComparesIdentity) {
   EXPECT_TRUE(IsSameObject(Value::Nothing(), Value::Nothing()));
   EXPECT_RAISES(IsSameObject(I(1), Value(one)), errors::kObjectRequired);
   EXPECT_RAISES(IsSameObject(Value::Nothing(), E), errors::kObjectRequired);
+}
+
+// The sorting predicate must agree with Compare on its fast paths and off them.
+TEST(LessThan, AgreesWithCompare) {
+  const Value values[] = {Value(1.5),  Value(-2.0),       Value(u"b"),    Value(u"B"),
+                          Value(2),    Value(int16_t{1}), Value(),        Value(u""),
+                          Value(true), Value::Null(),     Value::Date(1.0)};
+  for (CompareMethod mode : {CompareMethod::kBinary, CompareMethod::kText}) {
+    for (const Value& a : values) {
+      for (const Value& b : values) {
+        SCOPED_TRACE(ToUtf8(u"(" + (a.IsNull() ? u"Null" : ToText(a)) + u", " +
+                            (b.IsNull() ? u"Null" : ToText(b)) + u")"));
+        EXPECT_EQ(LessThan{mode}(a, b), Compare(a, b, mode) == Ordering::kLess);
+      }
+    }
+  }
 }
 
 }  // namespace

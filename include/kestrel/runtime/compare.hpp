@@ -55,6 +55,20 @@ inline Ordering Compare(const Value& a, const Value& b,
   return detail::CompareValues(a, b, mode);
 }
 
+// a < b as a test, the predicate for sorting values (std::sort(v.begin(),
+// v.end(), runtime::LessThan{})). Null tests as False, as in Compare.
+struct LessThan {
+  CompareMethod mode = CompareMethod::kBinary;
+  bool operator()(const Value& a, const Value& b) const {
+    if (a.code() == b.code()) {
+      if (a.code() == uint16_t(Kind::kDouble)) return a.dbl() < b.dbl();
+      if (a.code() == uint16_t(Kind::kString) && mode == CompareMethod::kBinary)
+        return a.string() < b.string();
+    }
+    return detail::CompareValues(a, b, mode) == Ordering::kLess;
+  }
+};
+
 // a = b as a test: True only for kEqual (Null tests as False).
 inline bool IsEqual(const Value& a, const Value& b,
                     CompareMethod mode = CompareMethod::kBinary) {
