@@ -5,13 +5,13 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "kestrel/frame/value.hpp"
 #include "kestrel/runtime/compare.hpp"
 #include "kestrel/utilities/utilities.hpp"
+#include "bench_data.hpp"
 #include "ratio_reporter.hpp"
 
 namespace {
@@ -19,35 +19,8 @@ namespace {
 using kestrel::Ordering;
 using kestrel::Value;
 
-constexpr size_t kCount = 1'000'000;
-
-const std::vector<double>& Doubles() {
-  static const std::vector<double> data = [] {
-    std::mt19937_64 rng(42);
-    std::uniform_real_distribution<double> dist(-1e6, 1e6);
-    std::vector<double> v(kCount);
-    for (double& d : v) d = dist(rng);
-    return v;
-  }();
-  return data;
-}
-
-const std::vector<std::u16string>& Strings() {
-  static const std::vector<std::u16string> data = [] {
-    std::mt19937_64 rng(7);
-    std::uniform_int_distribution<int> letter(0, 51);
-    std::vector<std::u16string> v(kCount);
-    for (auto& s : v) {
-      s.resize(8);
-      for (char16_t& c : s) {
-        int l = letter(rng);
-        c = static_cast<char16_t>(l < 26 ? u'a' + l : u'A' + l - 26);
-      }
-    }
-    return v;
-  }();
-  return data;
-}
+const std::vector<double>& Doubles() { return kestrel::bench::RandomDoubles(); }
+const std::vector<std::u16string>& Strings() { return kestrel::bench::RandomStrings(); }
 
 template <class T>
 const std::vector<Value>& AsValues(const std::vector<T>& plain) {

@@ -1,6 +1,8 @@
 // Late-bound access to Utilities: argument conversion at the boundary, then
 // the typed member. Arguments that members write back are passed as the
 // caller's own Values.
+#include <optional>
+
 #include "kestrel/runtime/convert.hpp"
 #include "kestrel/runtime/registry.hpp"
 #include "kestrel/utilities/utilities.hpp"
@@ -12,6 +14,16 @@ using U = Utilities;
 
 CompareMethod CompareArg(Args& a, size_t i, CompareMethod fallback) {
   return a.Has(i) ? runtime::ToCompareMethod(runtime::ToLong(a[i])) : fallback;
+}
+
+// Equals and ArrayEquals never raise, not even for a compare mode that does
+// not convert: nullopt then stands for their False.
+std::optional<CompareMethod> TrappedCompareArg(Args& a, size_t i) {
+  try {
+    return CompareArg(a, i, CompareMethod::kBinary);
+  } catch (const RuntimeError&) {
+    return std::nullopt;
+  }
 }
 
 Value Nothing(Args& a, size_t i) {
@@ -35,14 +47,8 @@ const DispatchTable<Utilities>& Utilities::Dispatch() {
           .Method(u"Min", 2, 2, [](U& u, Args& a) { return u.Min(a[0], a[1]); })
           .Method(u"Equals", 2, 3,
                   [](U& u, Args& a) {
-                    // Equals never raises, not even for a bad compare mode.
-                    CompareMethod compare;
-                    try {
-                      compare = CompareArg(a, 2, CompareMethod::kBinary);
-                    } catch (const RuntimeError&) {
-                      return Value(false);
-                    }
-                    return Value(u.Equals(a[0], a[1], compare));
+                    std::optional<CompareMethod> compare = TrappedCompareArg(a, 2);
+                    return Value(compare && u.Equals(a[0], a[1], *compare));
                   })
           .Method(u"FractionalPart", 1, 1, [](U& u, Args& a) { return u.FractionalPart(a[0]); })
           .Method(u"Round", 1, 2,
@@ -74,13 +80,8 @@ const DispatchTable<Utilities>& Utilities::Dispatch() {
                   })
           .Method(u"ArrayEquals", 2, 3,
                   [](U& u, Args& a) {
-                    CompareMethod compare;
-                    try {
-                      compare = CompareArg(a, 2, CompareMethod::kBinary);
-                    } catch (const RuntimeError&) {
-                      return Value(false);
-                    }
-                    return Value(u.ArrayEquals(a[0], a[1], compare));
+                    std::optional<CompareMethod> compare = TrappedCompareArg(a, 2);
+                    return Value(compare && u.ArrayEquals(a[0], a[1], *compare));
                   })
           .Method(u"ArrayDimMatch", 2, 2,
                   [](U& u, Args& a) { return Value(u.ArrayDimMatch(a[0], a[1])); })

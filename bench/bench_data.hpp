@@ -1,0 +1,43 @@
+// Inputs shared by the benchmarks: the same 1,000,000 random doubles and
+// random 8-letter strings for every comparison, made once per process.
+#pragma once
+
+#include <random>
+#include <string>
+#include <vector>
+
+namespace kestrel::bench {
+
+inline constexpr size_t kMillion = 1'000'000;
+
+inline const std::vector<double>& RandomDoubles() {
+  static const std::vector<double> data = [] {
+    std::mt19937_64 rng(42);
+    std::uniform_real_distribution<double> dist(-1e6, 1e6);
+    std::vector<double> v(kMillion);
+    for (double& d : v) d = dist(rng);
+    return v;
+  }();
+  return data;
+}
+
+// Eight random letters: past the small-string buffer of std::u16string, as
+// most identifiers and keys are.
+inline const std::vector<std::u16string>& RandomStrings() {
+  static const std::vector<std::u16string> data = [] {
+    std::mt19937_64 rng(7);
+    std::uniform_int_distribution<int> letter(0, 51);
+    std::vector<std::u16string> v(kMillion);
+    for (auto& s : v) {
+      s.resize(8);
+      for (char16_t& c : s) {
+        int l = letter(rng);
+        c = static_cast<char16_t>(l < 26 ? u'a' + l : u'A' + l - 26);
+      }
+    }
+    return v;
+  }();
+  return data;
+}
+
+}  // namespace kestrel::bench
