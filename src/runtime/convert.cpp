@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "kestrel/frame/errors.hpp"
+#include "kestrel/runtime/dates.hpp"
 
 namespace kestrel::runtime {
 
@@ -647,14 +648,11 @@ Value ConvertTo(const Value& value, Kind target) {
     case Kind::kString:
       if (value.IsString()) return value;  // shares the text, no copy
       return Value(ToText(value));
-    case Kind::kDate: {
+    case Kind::kDate:
       if (value.kind() == Kind::kDate) return value;
-      // Text that reads as a date is the date functions' business; here
-      // numeric text converts through its number like any other number.
-      double serial = ToDouble(value);
-      CheckDateRange(serial);
-      return Value::Date(serial);
-    }
+      // Assignment to a Date reads text as CDate does: date text only, so
+      // numeric text is a type mismatch; numbers are serials.
+      return Value::Date(ToDate(value));
     default:
       // Empty, Null, Object and Error targets take only their own kind.
       if (value.code() == static_cast<uint16_t>(target)) return value;
