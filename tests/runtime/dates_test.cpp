@@ -1,0 +1,448 @@
+#include "kestrel/runtime/dates.hpp"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdint>
+#include <ctime>
+#include <limits>
+#include <string>
+
+#include "kestrel/frame/errors.hpp"
+#include "runtime_error_matchers.hpp"
+
+namespace kestrel::runtime {
+namespace {
+
+constexpr int32_t kOk = 0;
+constexpr int32_t kBad = errors::kInvalidProcedureCall;
+
+// A calendar moment, turned into a serial by the calendar types directly so
+// that the tables do not lean on DateSerial.
+struct Stamp {
+  int y = 1899;
+  unsigned m = 12, d = 30;
+  int h = 0, n = 0;
+  double s = 0;
+};
+
+double Serial(const Stamp& t) {
+  using namespace std::chrono;
+  const auto day = static_cast<double>(
+      (sys_days{year{t.y} / t.m / t.d} - sys_days{year{1899} / December / 30}).count());
+  const double time = (t.h * 3600 + t.n * 60 + t.s) / 86400.0;
+  return day < 0 ? day - time : day + time;  // the fraction counts forward before day 0
+}
+
+std::string Label(const char16_t* interval, const Stamp& t) {
+  std::string s;
+  for (const char16_t* p = interval; *p; ++p) s += static_cast<char>(*p);
+  return s + " " + std::to_string(t.y) + "-" + std::to_string(t.m) + "-" + std::to_string(t.d) +
+         " " + std::to_string(t.h) + ":" + std::to_string(t.n) + ":" + std::to_string(t.s);
+}
+
+TEST(Dates, DateAdd) {
+  struct Row {
+    const char16_t* interval;
+    double number;
+    Stamp date, expected;
+    int32_t error = kOk;
+  };
+  const Row rows[] = {
+      // Months, quarters and years clamp to the last day of the target month.
+      {u"m", 1, {2011, 1, 31}, {2011, 2, 28}},
+      {u"m", 1, {2024, 1, 31}, {2024, 2, 29}},
+      {u"m", 1, {1900, 1, 31}, {1900, 2, 28}},
+      {u"m", 1, {2000, 1, 31}, {2000, 2, 29}},
+      {u"m", -1, {2024, 3, 31}, {2024, 2, 29}},
+      {u"m", 2, {2024, 12, 31}, {2025, 2, 28}},
+      {u"m", 3, {2024, 1, 31}, {2024, 4, 30}},
+      {u"m", 12, {2024, 2, 29}, {2025, 2, 28}},
+      {u"m", -13, {2024, 1, 15}, {2022, 12, 15}},
+      {u"m", 1, {2024, 1, 31, 10, 30}, {2024, 2, 29, 10, 30}},
+      {u"q", 1, {2024, 11, 30}, {2025, 2, 28}},
+      {u"q", 1, {2023, 11, 30}, {2024, 2, 29}},
+      {u"q", -1, {2024, 5, 31}, {2024, 2, 29}},
+      {u"q", 2, {2024, 8, 31}, {2025, 2, 28}},
+      {u"q", -4, {2024, 2, 29}, {2023, 2, 28}},
+      {u"yyyy", 1, {2024, 2, 29}, {2025, 2, 28}},
+      {u"yyyy", 4, {2024, 2, 29}, {2028, 2, 29}},
+      {u"yyyy", -1, {2024, 2, 29}, {2023, 2, 28}},
+      {u"yyyy", -100, {2000, 2, 29}, {1900, 2, 28}},
+      {u"yyyy", 1, {2024, 2, 29, 12, 34, 56}, {2025, 2, 28, 12, 34, 56}},
+      // "y", "d" and "w" are plain days ("w" is not working days); "ww" weeks.
+      {u"d", 1, {1900, 2, 28}, {1900, 3, 1}},
+      {u"d", 1, {2000, 2, 28}, {2000, 2, 29}},
+      {u"d", -1, {2024, 3, 1}, {2024, 2, 29}},
+      {u"d", 1, {2024, 12, 31, 23}, {2025, 1, 1, 23}},
+      {u"y", 1, {2023, 12, 31}, {2024, 1, 1}},
+      {u"y", 366, {2024, 1, 1}, {2025, 1, 1}},
+      {u"w", 1, {2024, 3, 8}, {2024, 3, 9}},
+      {u"w", 5, {2024, 3, 8}, {2024, 3, 13}},
+      {u"ww", 1, {2024, 2, 26}, {2024, 3, 4}},
+      {u"ww", -1, {2024, 3, 4}, {2024, 2, 26}},
+      // Hours, minutes and seconds land exactly on the second, across midnight.
+      {u"h", 1, {2024, 1, 1, 23, 30}, {2024, 1, 2, 0, 30}},
+      {u"h", -1, {2024, 1, 1, 0, 30}, {2023, 12, 31, 23, 30}},
+      {u"h", 24 * 366, {2024, 1, 1}, {2025, 1, 1}},
+      {u"n", 90, {2024, 2, 28, 23}, {2024, 2, 29, 0, 30}},
+      {u"n", -1, {2024, 1, 1}, {2023, 12, 31, 23, 59}},
+      {u"s", 1, {2024, 12, 31, 23, 59, 59}, {2025, 1, 1}},
+      {u"s", -1, {2000, 1, 1}, {1999, 12, 31, 23, 59, 59}},
+      {u"s", 86400 * 3 + 1, {2024, 1, 1, 12}, {2024, 1, 4, 12, 0, 1}},
+      // A fractional count is rounded, ties to even.
+      {u"d", 1.5, {2024, 1, 1}, {2024, 1, 3}},
+      {u"d", 2.5, {2024, 1, 1}, {2024, 1, 3}},
+      {u"d", 0.4, {2024, 1, 1}, {2024, 1, 1}},
+      {u"d", -0.5, {2024, 1, 1}, {2024, 1, 1}},
+      {u"d", -1.5, {2024, 1, 1}, {2023, 12, 30}},
+      {u"m", 1.6, {2024, 1, 31}, {2024, 3, 31}},
+      // Before day 0 the whole part counts back and the time still forward.
+      {u"d", 2, {1899, 12, 29, 6}, {1899, 12, 31, 6}},
+      {u"d", -1, {1899, 12, 30, 6}, {1899, 12, 29, 6}},
+      {u"h", -7, {1899, 12, 30, 6}, {1899, 12, 29, 23}},
+      {u"m", -1, {1899, 12, 31}, {1899, 11, 30}},
+      {u"s", 1, {1899, 12, 29, 23, 59, 59}, {1899, 12, 30}},
+      // Interval codes ignore case.
+      {u"M", 1, {2024, 1, 31}, {2024, 2, 29}},
+      {u"YYYY", 1, {2024, 1, 1}, {2025, 1, 1}},
+      {u"wW", 1, {2024, 1, 1}, {2024, 1, 8}},
+      {u"S", 1, {2024, 1, 1}, {2024, 1, 1, 0, 0, 1}},
+      // The calendar runs from 100-01-01 to 9999-12-31.
+      {u"d", 0, {100, 1, 1}, {100, 1, 1}},
+      {u"yyyy", -9899, {9999, 12, 31}, {100, 12, 31}},
+      {u"d", -1, {100, 1, 2}, {100, 1, 1}},
+      {u"d", 1, {9999, 12, 31}, {}, kBad},
+      {u"s", 1, {9999, 12, 31, 23, 59, 59}, {}, kBad},
+      {u"yyyy", 1, {9999, 1, 1}, {}, kBad},
+      {u"m", -1, {100, 1, 15}, {}, kBad},
+      {u"d", -1, {100, 1, 1}, {}, kBad},
+      {u"ww", 1e15, {2024, 1, 1}, {}, kBad},
+      {u"d", std::numeric_limits<double>::quiet_NaN(), {2024, 1, 1}, {}, kBad},
+      {u"x", 1, {2024, 1, 1}, {}, kBad},
+      {u"", 1, {2024, 1, 1}, {}, kBad},
+      {u"mm", 1, {2024, 1, 1}, {}, kBad},
+      {u"yy", 1, {2024, 1, 1}, {}, kBad},
+      {u"hh", 1, {2024, 1, 1}, {}, kBad},
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(Label(r.interval, r.date) + " + " + std::to_string(r.number));
+    if (r.error != kOk) {
+      EXPECT_RAISES(DateAdd(r.interval, r.number, Serial(r.date)), r.error);
+    } else {
+      EXPECT_EQ(DateAdd(r.interval, r.number, Serial(r.date)), Serial(r.expected));
+    }
+  }
+}
+
+TEST(Dates, DateDiff) {
+  struct Row {
+    const char16_t* interval;
+    Stamp date1, date2;
+    int64_t expected;
+    int32_t first_day = 1;
+  };
+  // 2024-01-01 is a Monday.
+  const Row rows[] = {
+      // Boundaries crossed, not whole units elapsed.
+      {u"yyyy", {2023, 12, 31}, {2024, 1, 1}, 1},
+      {u"yyyy", {2024, 1, 1}, {2024, 12, 31}, 0},
+      {u"yyyy", {2024, 1, 1}, {2023, 12, 31}, -1},
+      {u"yyyy", {1900, 1, 1}, {2000, 12, 31}, 100},
+      {u"yyyy", {100, 1, 1}, {9999, 12, 31, 23, 59, 59}, 9899},
+      {u"q", {2024, 3, 31}, {2024, 4, 1}, 1},
+      {u"q", {2024, 1, 1}, {2024, 3, 31}, 0},
+      {u"q", {2023, 12, 31}, {2025, 1, 1}, 5},
+      {u"q", {2024, 7, 1}, {2024, 6, 30}, -1},
+      {u"m", {2024, 1, 31}, {2024, 2, 1}, 1},
+      {u"m", {2024, 1, 1}, {2024, 1, 31}, 0},
+      {u"m", {2023, 11, 15}, {2024, 2, 14}, 3},
+      {u"m", {2024, 3, 1}, {2023, 3, 31}, -12},
+      // Days are midnights crossed; the week settings play no part.
+      {u"d", {2024, 1, 1, 23}, {2024, 1, 2, 1}, 1},
+      {u"d", {2024, 1, 1}, {2024, 1, 1, 23, 59, 59}, 0},
+      {u"d", {2024, 2, 28}, {2024, 3, 1}, 2},
+      {u"d", {1900, 2, 28}, {1900, 3, 1}, 1},
+      {u"d", {2024, 3, 1}, {2024, 2, 28}, -2},
+      {u"d", {2024, 1, 1}, {2024, 1, 8}, 7, 7},
+      {u"d", {1899, 12, 29, 18}, {1899, 12, 30, 6}, 1},
+      {u"d", {100, 1, 1}, {9999, 12, 31}, 3615899},
+      // "y" counts days in DateDiff.
+      {u"y", {2024, 1, 1}, {2024, 12, 31}, 365},
+      {u"y", {2023, 12, 31}, {2024, 1, 1}, 1},
+      // "w" counts whole weeks, "ww" the week starts in (date1, date2].
+      {u"w", {2024, 1, 1}, {2024, 1, 7}, 0},
+      {u"ww", {2024, 1, 1}, {2024, 1, 7}, 1},
+      {u"w", {2024, 1, 1}, {2024, 1, 8}, 1},
+      {u"ww", {2024, 1, 1}, {2024, 1, 8}, 1},
+      {u"w", {2024, 1, 1}, {2024, 1, 14}, 1},
+      {u"ww", {2024, 1, 1}, {2024, 1, 14}, 2},
+      {u"w", {2024, 1, 6}, {2024, 1, 7}, 0},
+      {u"ww", {2024, 1, 6}, {2024, 1, 7}, 1},
+      {u"w", {2024, 1, 7}, {2024, 1, 13}, 0},
+      {u"ww", {2024, 1, 7}, {2024, 1, 13}, 0},
+      {u"w", {2024, 1, 14}, {2024, 1, 1}, -1},
+      {u"ww", {2024, 1, 14}, {2024, 1, 1}, -2},
+      {u"w", {2024, 1, 8}, {2024, 1, 1}, -1},
+      {u"ww", {2024, 1, 8}, {2024, 1, 1}, -1},
+      {u"ww", {2024, 12, 31}, {2024, 12, 1}, -4},
+      // (Mon 1, Wed 10 January] holds two Tuesdays and two Wednesdays.
+      {u"w", {2024, 1, 1}, {2024, 1, 10}, 1, 3},
+      {u"ww", {2024, 1, 1}, {2024, 1, 10}, 1, 0},
+      {u"ww", {2024, 1, 1}, {2024, 1, 10}, 1, 1},
+      {u"ww", {2024, 1, 1}, {2024, 1, 10}, 1, 2},
+      {u"ww", {2024, 1, 1}, {2024, 1, 10}, 2, 3},
+      {u"ww", {2024, 1, 1}, {2024, 1, 10}, 2, 4},
+      {u"ww", {2024, 1, 1}, {2024, 1, 10}, 1, 5},
+      {u"ww", {2024, 1, 1}, {2024, 1, 10}, 1, 6},
+      {u"ww", {2024, 1, 1}, {2024, 1, 10}, 1, 7},
+      // Hours, minutes and seconds compare moments to the second.
+      {u"h", {2024, 1, 1, 10, 59}, {2024, 1, 1, 11, 1}, 1},
+      {u"h", {2024, 1, 1, 10}, {2024, 1, 1, 10, 59, 59}, 0},
+      {u"h", {2024, 1, 1, 23, 30}, {2024, 1, 2, 0, 10}, 1},
+      {u"h", {2024, 1, 2, 0, 10}, {2024, 1, 1, 23, 30}, -1},
+      {u"h", {2024, 2, 28}, {2024, 3, 1}, 48},
+      {u"h", {1899, 12, 29, 18}, {1899, 12, 30, 6}, 12},
+      {u"n", {2024, 1, 1, 10, 59, 59}, {2024, 1, 1, 11}, 1},
+      {u"n", {2024, 1, 1, 10}, {2024, 1, 1, 10, 0, 59}, 0},
+      {u"n", {2023, 12, 31, 23, 59}, {2024, 1, 1, 0, 1}, 2},
+      {u"s", {2024, 1, 1}, {2024, 1, 2}, 86400},
+      {u"s", {2024, 1, 2, 0, 0, 1}, {2024, 1, 1, 23, 59, 59}, -2},
+      {u"s", {1899, 12, 29, 23, 59, 59}, {1899, 12, 30}, 1},
+      {u"s", {2024, 1, 1, 0, 0, 0.4}, {2024, 1, 1, 0, 0, 0.6}, 1},
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(Label(r.interval, r.date1) + " to " + Label(u"", r.date2) + " first day " +
+                 std::to_string(r.first_day));
+    EXPECT_EQ(DateDiff(r.interval, Serial(r.date1), Serial(r.date2), r.first_day), r.expected);
+  }
+}
+
+TEST(Dates, DatePart) {
+  struct Row {
+    const char16_t* interval;
+    Stamp date;
+    int32_t expected;
+    int32_t first_day = 1, first_week = 1;
+  };
+  const Row rows[] = {
+      {u"yyyy", {2024, 6, 15}, 2024},
+      {u"q", {2024, 1, 1}, 1},
+      {u"q", {2024, 3, 31}, 1},
+      {u"q", {2024, 4, 1}, 2},
+      {u"q", {2024, 12, 31}, 4},
+      {u"m", {2024, 12, 31}, 12},
+      {u"d", {2024, 2, 29}, 29},
+      // "y" is the day of the year here.
+      {u"y", {2024, 12, 31}, 366},
+      {u"y", {2023, 12, 31}, 365},
+      {u"y", {1900, 12, 31}, 365},
+      {u"y", {2000, 12, 31}, 366},
+      {u"y", {2024, 3, 1}, 61},
+      {u"y", {1900, 3, 1}, 60},
+      {u"h", {2024, 1, 1, 13, 45, 30}, 13},
+      {u"n", {2024, 1, 1, 13, 45, 30}, 45},
+      {u"s", {2024, 1, 1, 13, 45, 30}, 30},
+      {u"h", {1899, 12, 29, 6}, 6},
+      // The time is read to the nearest second: 23:59:59.6 is the next day.
+      {u"d", {2024, 1, 31, 23, 59, 59.6}, 1},
+      {u"s", {2024, 1, 31, 23, 59, 59.6}, 0},
+      {u"s", {2024, 1, 31, 12, 0, 5.4}, 5},
+      // Weekday of Monday 2024-01-01 from each first day of the week.
+      {u"w", {2024, 1, 1}, 2, 0},
+      {u"w", {2024, 1, 1}, 2, 1},
+      {u"w", {2024, 1, 1}, 1, 2},
+      {u"w", {2024, 1, 1}, 7, 3},
+      {u"w", {2024, 1, 1}, 6, 4},
+      {u"w", {2024, 1, 1}, 5, 5},
+      {u"w", {2024, 1, 1}, 4, 6},
+      {u"w", {2024, 1, 1}, 3, 7},
+      // Week of the year of Wednesday 2024-01-10, week 1 holding 1 January.
+      {u"ww", {2024, 1, 10}, 2, 0},
+      {u"ww", {2024, 1, 10}, 2, 1},
+      {u"ww", {2024, 1, 10}, 2, 2},
+      {u"ww", {2024, 1, 10}, 3, 3},
+      {u"ww", {2024, 1, 10}, 3, 4},
+      {u"ww", {2024, 1, 10}, 2, 5},
+      {u"ww", {2024, 1, 10}, 2, 6},
+      {u"ww", {2024, 1, 10}, 2, 7},
+      {u"ww", {2024, 1, 1}, 1},
+      {u"ww", {2024, 1, 7}, 2},
+      {u"ww", {2024, 1, 7}, 1, 2},
+      {u"ww", {2024, 12, 31}, 53},
+      {u"ww", {2000, 12, 31}, 54},
+      {u"ww", {2000, 12, 31}, 54, 0, 0},
+      // First week with four days; from Monday these are the ISO weeks.
+      {u"ww", {2021, 1, 1}, 53, 2, 2},
+      {u"ww", {2021, 1, 4}, 1, 2, 2},
+      {u"ww", {2024, 12, 30}, 1, 2, 2},
+      {u"ww", {2026, 1, 1}, 1, 2, 2},
+      {u"ww", {2027, 1, 1}, 53, 2, 2},
+      {u"ww", {2023, 1, 1}, 52, 2, 2},
+      {u"ww", {2020, 12, 31}, 53, 2, 2},
+      {u"ww", {2024, 6, 15}, 24, 2, 2},
+      {u"ww", {2021, 1, 1}, 53, 1, 2},
+      // First full week.
+      {u"ww", {2024, 1, 1}, 53, 1, 3},
+      {u"ww", {2024, 1, 7}, 1, 1, 3},
+      {u"ww", {2024, 1, 1}, 1, 2, 3},
+      {u"ww", {2023, 1, 1}, 52, 2, 3},
+      {u"ww", {2024, 6, 15}, 23, 1, 3},
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(Label(r.interval, r.date) + " first day " + std::to_string(r.first_day) +
+                 " first week " + std::to_string(r.first_week));
+    EXPECT_EQ(DatePart(r.interval, Serial(r.date), r.first_day, r.first_week), r.expected);
+  }
+}
+
+TEST(Dates, DateSerialRollsOver) {
+  struct Row {
+    int32_t year, month, day;
+    Stamp expected;
+    int32_t error = kOk;
+  };
+  const Row rows[] = {
+      {2024, 2, 29, {2024, 2, 29}},
+      {2023, 2, 29, {2023, 3, 1}},
+      {1900, 2, 29, {1900, 3, 1}},
+      {2000, 2, 29, {2000, 2, 29}},
+      {2024, 13, 1, {2025, 1, 1}},
+      {2024, 25, 1, {2026, 1, 1}},
+      {2024, 0, 1, {2023, 12, 1}},
+      {2024, -1, 1, {2023, 11, 1}},
+      {2024, -12, 1, {2022, 12, 1}},
+      {2024, 3, 0, {2024, 2, 29}},
+      {2023, 3, 0, {2023, 2, 28}},
+      {2024, 1, 0, {2023, 12, 31}},
+      {2024, 1, -1, {2023, 12, 30}},
+      {2024, 0, 0, {2023, 11, 30}},
+      {2024, 1, 366, {2024, 12, 31}},
+      {2024, 12, 32, {2025, 1, 1}},
+      {1899, 12, 30, {1899, 12, 30}},
+      {1899, 12, 29, {1899, 12, 29}},
+      // Two-digit years: 0..29 are 2000s, 30..99 the 1900s; 100 is itself.
+      {0, 1, 1, {2000, 1, 1}},
+      {24, 6, 15, {2024, 6, 15}},
+      {29, 12, 31, {2029, 12, 31}},
+      {30, 1, 1, {1930, 1, 1}},
+      {99, 12, 31, {1999, 12, 31}},
+      {99, 13, 1, {2000, 1, 1}},
+      {100, 1, 1, {100, 1, 1}},
+      {9999, 12, 31, {9999, 12, 31}},
+      {10000, 1, 1, {}, kBad},
+      {9999, 13, 1, {}, kBad},
+      {9999, 12, 32, {}, kBad},
+      {100, 1, 0, {}, kBad},
+      {100, 0, 1, {}, kBad},
+      {-1, 1, 1, {}, kBad},
+      {INT32_MAX, INT32_MAX, INT32_MAX, {}, kBad},
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(std::to_string(r.year) + "-" + std::to_string(r.month) + "-" +
+                 std::to_string(r.day));
+    if (r.error != kOk) {
+      EXPECT_RAISES(DateSerial(r.year, r.month, r.day), r.error);
+    } else {
+      EXPECT_EQ(DateSerial(r.year, r.month, r.day), Serial(r.expected));
+    }
+  }
+}
+
+TEST(Dates, TimeSerialIsAFractionOfADay) {
+  struct Row {
+    int32_t hour, minute, second;
+    double seconds;
+  };
+  const Row rows[] = {
+      {6, -15, 0, 5 * 3600 + 45 * 60},
+      {0, 0, 0, 0},
+      {12, 0, 0, 43200},
+      {24, 0, 0, 86400},
+      {25, 0, 0, 90000},
+      {0, 90, 0, 5400},
+      {0, 0, 3661, 3661},
+      {-1, 0, 0, -3600},
+      {0, -1, 0, -60},
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(std::to_string(r.hour) + ":" + std::to_string(r.minute) + ":" +
+                 std::to_string(r.second));
+    EXPECT_EQ(TimeSerial(r.hour, r.minute, r.second), r.seconds / 86400);
+  }
+  EXPECT_RAISES(TimeSerial(INT32_MAX, 0, 0), kBad);
+}
+
+TEST(Dates, PartsOfASerial) {
+  struct Row {
+    double serial;
+    int32_t year, month, day, hour, minute, second, weekday;
+  };
+  const Row rows[] = {
+      {0, 1899, 12, 30, 0, 0, 0, 7},
+      {0.5, 1899, 12, 30, 12, 0, 0, 7},
+      {1, 1899, 12, 31, 0, 0, 0, 1},
+      {-1.25, 1899, 12, 29, 6, 0, 0, 6},
+      {60, 1900, 2, 28, 0, 0, 0, 4},  // no 29 February 1900
+      {61, 1900, 3, 1, 0, 0, 0, 5},
+      {Serial({2024, 2, 29, 13, 45, 30}), 2024, 2, 29, 13, 45, 30, 5},
+      {Serial({2024, 12, 31, 23, 59, 59.6}), 2025, 1, 1, 0, 0, 0, 4},
+      {Serial({2024, 12, 31, 23, 59, 59.4}), 2024, 12, 31, 23, 59, 59, 3},
+      {kMinDateSerial, 100, 1, 1, 0, 0, 0, 6},
+      {Serial({9999, 12, 31, 23, 59, 59}), 9999, 12, 31, 23, 59, 59, 6},
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(r.serial);
+    EXPECT_EQ(Year(r.serial), r.year);
+    EXPECT_EQ(Month(r.serial), r.month);
+    EXPECT_EQ(Day(r.serial), r.day);
+    EXPECT_EQ(Hour(r.serial), r.hour);
+    EXPECT_EQ(Minute(r.serial), r.minute);
+    EXPECT_EQ(Second(r.serial), r.second);
+    EXPECT_EQ(Weekday(r.serial), r.weekday);
+  }
+  EXPECT_EQ(Weekday(Serial({2024, 1, 1}), 2), 1);
+}
+
+TEST(Dates, BadArgumentsRaise) {
+  const double day = Serial({2024, 1, 1});
+  EXPECT_RAISES(Year(std::numeric_limits<double>::quiet_NaN()), errors::kOverflow);
+  EXPECT_RAISES(Year(Serial({9999, 12, 31}) + 1), errors::kOverflow);
+  EXPECT_RAISES(Day(kMinDateSerial - 1), errors::kOverflow);
+  EXPECT_RAISES(DateAdd(u"d", 1, 1e300), errors::kOverflow);
+  EXPECT_RAISES(Weekday(day, 8), kBad);
+  EXPECT_RAISES(Weekday(day, -1), kBad);
+  EXPECT_RAISES(DatePart(u"ww", day, 1, 4), kBad);
+  EXPECT_RAISES(DatePart(u"ww", day, 8, 1), kBad);
+  EXPECT_RAISES(DatePart(u"dd", day), kBad);
+  EXPECT_RAISES(DateDiff(u"d", day, day, -1), kBad);
+  EXPECT_RAISES(DateDiff(u"d", day, day, 1, 4), kBad);
+  EXPECT_RAISES(DateDiff(u"days", day, day), kBad);
+}
+
+double FixedClock() {
+  return 45000.75;
+}
+
+TEST(Dates, ClockSourceIsReplaceable) {
+  const ClockSource previous = SetClockSource(&FixedClock);
+  ASSERT_NE(previous, nullptr);
+  EXPECT_EQ(Now(), 45000.75);
+  EXPECT_EQ(SetClockSource(nullptr), &FixedClock);
+
+  // Back on the system clock: local time, whole seconds.
+  const std::time_t t = std::time(nullptr);
+  std::tm local{};
+  ASSERT_NE(localtime_r(&t, &local), nullptr);
+  const double expected = Serial({local.tm_year + 1900, static_cast<unsigned>(local.tm_mon + 1),
+                                  static_cast<unsigned>(local.tm_mday), local.tm_hour, local.tm_min,
+                                  static_cast<double>(local.tm_sec)});
+  const double now = Now();
+  EXPECT_NEAR(now, expected, 2.0 / 86400);
+  EXPECT_NEAR(now * 86400, std::round(now * 86400), 1e-4);
+  SetClockSource(previous);
+}
+
+}  // namespace
+}  // namespace kestrel::runtime
