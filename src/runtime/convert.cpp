@@ -354,13 +354,15 @@ std::u16string IntegerToText(int64_t value, bool str_form) {
 // ---------------------------------------------------------------------------
 // Dates
 
-// Serials of 1 January 100 and of the day after 31 December 9999: the range
-// of the Date kind.
-constexpr double kMinDateSerial = -657435.0;
-constexpr double kMaxDateSerial = 2958466.0;
+// The Date kind's range, as exclusive bounds: the day before 1 January 100
+// and the day after 31 December 9999 (every moment of both limit days is in).
+constexpr double kDayBeforeFirstDate = -657435.0;
+constexpr double kDayAfterLastDate = 2958466.0;
 
 void CheckDateRange(double serial) {
-  if (!(serial > kMinDateSerial && serial < kMaxDateSerial)) RaiseStandard(errors::kOverflow);
+  if (!(serial > kDayBeforeFirstDate && serial < kDayAfterLastDate)) {
+    RaiseStandard(errors::kOverflow);
+  }
 }
 
 void PutNumber(char16_t*& w, int value, int min_width) {
