@@ -8,6 +8,7 @@
 #include "kestrel/runtime/collection.hpp"
 #include "kestrel/runtime/compare.hpp"
 #include "kestrel/runtime/convert.hpp"
+#include "kestrel/runtime/dates.hpp"
 #include "kestrel/runtime/dictionary.hpp"
 #include "kestrel/runtime/dispatch.hpp"
 #include "kestrel/runtime/error.hpp"
@@ -16,6 +17,7 @@
 #include "kestrel/containers/named_strings.hpp"
 #include "kestrel/containers/stack.hpp"
 #include "kestrel/containers/string_builder.hpp"
+#include "kestrel/time/time_interval.hpp"
 #include "kestrel/utilities/utilities.hpp"
 
 using namespace kestrel;
@@ -117,6 +119,29 @@ int main() {
   pairs->SetText(u"user=ann;path=C://x;note=a/=b");  // "/" escapes
   Show("NamedStrings Value(\"note\")", Value(pairs->Value(u"note")));
   Show("NamedStrings Text", Value(pairs->Text()));
+
+  Section("Dates: the runtime's calendar rules");
+  double jan31 = runtime::DateSerial(2011, 1, 31);
+  Show("DateAdd(\"m\", 1, 1/31/2011)", Value::Date(runtime::DateAdd(u"m", 1, jan31)));
+  Show("DateSerial(2024, 13, 0)", Value::Date(runtime::DateSerial(2024, 13, 0)));
+  Show("DateDiff(\"yyyy\", 12/31/2023, 1/1/2024)",
+       Value(runtime::DateDiff(u"yyyy", runtime::DateSerial(2023, 12, 31),
+                               runtime::DateSerial(2024, 1, 1))));
+  Show("DatePart(\"ww\", 1/1/2021, Monday, 4 days)",
+       Value(runtime::DatePart(u"ww", runtime::DateSerial(2021, 1, 1), 2, 2)));
+  Show("CDate(\"March 5, 2024 2:30 PM\")",
+       Value::Date(runtime::ToDate(Value(u"March 5, 2024 2:30 PM"))));
+  Show("Format(7, \"0000\")", Value(runtime::Format(Value(7), u"0000")));
+  Show("Format(.., \"mm/dd/yyyy hh:nn:ss\")",
+       Value(runtime::Format(Value::Date(jan31 + 0.75), u"mm/dd/yyyy hh:nn:ss")));
+
+  Section("TimeInterval");
+  auto span = MakeRef<TimeInterval>();
+  span->SetDate1(Value::Date(jan31));
+  span->SetIntervalNumber(1, enTimeSpanIntervalMonth);
+  Show("Date2 = Date1 + 1 month", Value::Date(span->Date2()));
+  Show("GetIntervalNumber(days)", Value(span->GetIntervalNumber(enTimeSpanIntervalDay)));
+  Show("Includes(2/14/2011)", Value(span->Includes(Value::Date(runtime::DateSerial(2011, 2, 14)))));
 
   Section("Late binding and the Error class");
   Ref<Object> saved = CreateObject(u"Kestrel.Error");
