@@ -6,7 +6,7 @@
 //   - "yyyy-mm-dd" or "yyyy/mm/dd" (a first field of three or more digits is
 //     a year), optionally followed by a time after "T" or blanks;
 //   - "m/d/y" or "m-d-y" (one separator used twice), read "d/m/y" when the
-//     first field cannot be a month (13/1/2024 is 1 January 2024); "m/d"
+//     first field cannot be a month (13/1/2024 is 13 January 2024); "m/d"
 //     alone takes the current year from Now(), so its result depends on the
 //     installed clock;
 //   - month names, in full or their first three letters, any case: "March 5,
@@ -43,12 +43,22 @@ constexpr chr::sys_days kEpoch = chr::year{1899} / chr::December / 30;
 constexpr double kSerialBelow = -657435.0;
 constexpr double kSerialAbove = 2958466.0;
 
-bool InDateRange(double serial) { return serial > kSerialBelow && serial < kSerialAbove; }
+bool InDateRange(double serial) {
+  return serial > kSerialBelow && serial < kSerialAbove;
+}
 
-bool IsBlank(char16_t c) { return c == u' ' || c == u'\t' || (c >= 0x0A && c <= 0x0D); }
-bool IsDigit(char16_t c) { return c >= u'0' && c <= u'9'; }
-bool IsLetter(char16_t c) { return (c | 0x20) >= u'a' && (c | 0x20) <= u'z'; }
-char16_t Lower(char16_t c) { return IsLetter(c) ? static_cast<char16_t>(c | 0x20) : c; }
+bool IsBlank(char16_t c) {
+  return c == u' ' || c == u'\t' || (c >= 0x0A && c <= 0x0D);
+}
+bool IsDigit(char16_t c) {
+  return c >= u'0' && c <= u'9';
+}
+bool IsLetter(char16_t c) {
+  return (c | 0x20) >= u'a' && (c | 0x20) <= u'z';
+}
+char16_t Lower(char16_t c) {
+  return IsLetter(c) ? static_cast<char16_t>(c | 0x20) : c;
+}
 
 // ASCII case-insensitive equality with a lower-case word.
 bool EqualsWord(std::u16string_view text, std::string_view lower_word) {
@@ -123,7 +133,9 @@ DateParts SplitSerial(double serial) {
   return parts;
 }
 
-int CurrentYear() { return SplitSerial(Now()).year; }
+int CurrentYear() {
+  return SplitSerial(Now()).year;
+}
 
 // --- reading -------------------------------------------------------------------
 
@@ -372,7 +384,8 @@ void AppendName(std::u16string& out, std::string_view lower_name, bool abbreviat
 }
 
 bool StartsWithWord(std::u16string_view text, std::string_view lower_word) {
-  return text.size() >= lower_word.size() && EqualsWord(text.substr(0, lower_word.size()), lower_word);
+  return text.size() >= lower_word.size() &&
+         EqualsWord(text.substr(0, lower_word.size()), lower_word);
 }
 
 size_t RunLength(std::u16string_view pattern, size_t i) {
@@ -406,16 +419,30 @@ bool IsMeridiemToken(std::u16string_view rest) {
   return StartsWithWord(rest, "am/pm") || StartsWithWord(rest, "a/p");
 }
 
-// True when the pattern has date or time tokens outside literals.
-bool IsDatePattern(std::u16string_view pattern) {
+// Where the next date or time token at or after `i` starts, skipping
+// literals; npos when there is none.
+size_t FindDateToken(std::u16string_view pattern, size_t i) {
   std::u16string ignored;
-  for (size_t i = 0; i < pattern.size();) {
+  while (i < pattern.size()) {
     if (size_t skip = AppendLiteral(pattern, i, ignored)) {
       i += skip;
       continue;
     }
-    if (IsDateLetter(pattern[i]) || IsMeridiemToken(pattern.substr(i))) return true;
+    if (IsDateLetter(pattern[i]) || IsMeridiemToken(pattern.substr(i))) return i;
     ++i;
+  }
+  return std::u16string_view::npos;
+}
+
+bool IsDatePattern(std::u16string_view pattern) {
+  return FindDateToken(pattern, 0) != std::u16string_view::npos;
+}
+
+// AM/PM anywhere turns every hour to the 12-hour clock.
+bool HasMeridiem(std::u16string_view pattern) {
+  for (size_t i = FindDateToken(pattern, 0); i != std::u16string_view::npos;
+       i = FindDateToken(pattern, i + 1)) {
+    if (IsMeridiemToken(pattern.substr(i))) return true;
   }
   return false;
 }
@@ -424,20 +451,13 @@ bool IsDatePattern(std::u16string_view pattern) {
 bool MeansMinutes(std::u16string_view pattern, size_t i, size_t run, char16_t previous_token) {
   if (run > 2) return false;
   if (previous_token == u'h') return true;
-  for (size_t j = i + run; j < pattern.size(); ++j) {
-    const char16_t l = Lower(pattern[j]);
-    if (l == u's') return true;
-    if (IsDateLetter(pattern[j]) || IsMeridiemToken(pattern.substr(j))) return false;
-  }
-  return false;
+  const size_t next = FindDateToken(pattern, i + run);
+  return next != std::u16string_view::npos && Lower(pattern[next]) == u's';
 }
 
 std::u16string FormatDate(double serial, std::u16string_view pattern) {
   const DateParts p = SplitSerial(serial);
-  bool twelve_hour = false;
-  for (size_t i = 0; i < pattern.size(); ++i) {
-    if (IsMeridiemToken(pattern.substr(i))) twelve_hour = true;
-  }
+  const bool twelve_hour = HasMeridiem(pattern);
   std::u16string out;
   char16_t previous_token = 0;  // the last date token's letter, for "m"
   for (size_t i = 0; i < pattern.size();) {
@@ -543,7 +563,8 @@ void DecimalDigits(double value, int decimals, std::string& integer, std::string
   int point = whole_digits;  // digits before the point within `digits`
   if (round_up) {
     int k = keep - 1;
-    for (; k >= 0 && digits[static_cast<size_t>(k)] == '9'; --k) digits[static_cast<size_t>(k)] = '0';
+    for (; k >= 0 && digits[static_cast<size_t>(k)] == '9'; --k)
+      digits[static_cast<size_t>(k)] = '0';
     if (k >= 0) {
       ++digits[static_cast<size_t>(k)];
     } else {
@@ -628,9 +649,14 @@ std::u16string FormatNumber(double value, std::u16string_view pattern) {
       }
       put_digit(position, c == u'0');
     } else if ((c == u'0' || c == u'#') && seen_point) {
-      if (static_cast<size_t>(dec_index) < shown_decimals) out += static_cast<char16_t>(fraction[static_cast<size_t>(dec_index)]);
+      if (static_cast<size_t>(dec_index) < shown_decimals)
+        out += static_cast<char16_t>(fraction[static_cast<size_t>(dec_index)]);
       ++dec_index;
     } else if (c == u'.' && !seen_point) {
+      // Without integer placeholders the whole part still shows (".00").
+      if (int_index == 0) {
+        for (int position = digit_count - 1; position >= 0; --position) put_digit(position, false);
+      }
       seen_point = true;
       out += u'.';
     } else if (c == u',' && grouping && !seen_point) {
@@ -667,9 +693,12 @@ std::optional<double> ParseDate(std::u16string_view text) {
 
 double ToDate(const Value& value) {
   switch (static_cast<Kind>(value.code())) {
-    case Kind::kDate: return value.date();
-    case Kind::kEmpty: return 0;
-    case Kind::kNull: RaiseStandard(errors::kInvalidUseOfNull);
+    case Kind::kDate:
+      return value.date();
+    case Kind::kEmpty:
+      return 0;
+    case Kind::kNull:
+      RaiseStandard(errors::kInvalidUseOfNull);
     case Kind::kString: {
       std::optional<double> serial = ParseDate(value.string());
       if (!serial) RaiseStandard(errors::kTypeMismatch);
@@ -686,7 +715,8 @@ double ToDate(const Value& value) {
       if (!InDateRange(serial)) RaiseStandard(errors::kOverflow);
       return serial;
     }
-    default: RaiseStandard(errors::kTypeMismatch);
+    default:
+      RaiseStandard(errors::kTypeMismatch);
   }
 }
 

@@ -28,14 +28,19 @@ constexpr int32_t kOk = 0;
 // time of day counting forward from midnight even before day 0.
 double Serial(int y, unsigned m, unsigned d, int h = 0, int n = 0, int s = 0) {
   using namespace std::chrono;
-  const auto day = (sys_days{year{y} / month{m} / d} - sys_days{year{1899} / December / 30}).count();
+  const auto day =
+      (sys_days{year{y} / month{m} / d} - sys_days{year{1899} / December / 30}).count();
   const double time = (h * 3600 + n * 60 + s) / 86400.0;
   return day >= 0 ? day + time : day - time;
 }
-double Time(int h, int n, int s = 0) { return Serial(1899, 12, 30, h, n, s); }
+double Time(int h, int n, int s = 0) {
+  return Serial(1899, 12, 30, h, n, s);
+}
 
 // Two-field dates take the year from the clock; fix it in a leap year.
-double ClockIn2032() { return Serial(2032, 6, 15, 9, 30); }
+double ClockIn2032() {
+  return Serial(2032, 6, 15, 9, 30);
+}
 class ParseDateTest : public ::testing::Test {
  protected:
   void SetUp() override { previous_ = SetClockSource(ClockIn2032); }
@@ -81,6 +86,7 @@ TEST_F(ParseDateTest, AcceptsTheDateAndTimeForms) {
     SCOPED_TRACE(ToUtf8(c.text));
     EXPECT_EQ(ParseDate(c.text), c.expected);
   }
+  // clang-format off
   const char16_t* const rejected[] = {
       u"",           u"  ",          u"2/30/2024",   u"2/29/2023",       u"13/13/2024",
       u"25:00",      u"12:60",       u"13:00 PM",    u"0:30 AM",         u"3/15/2024/1",
@@ -88,6 +94,7 @@ TEST_F(ParseDateTest, AcceptsTheDateAndTimeForms) {
       u"Foo 5 2024", u"1/1/10000",   u"2024-03",     u"3/15/2024T10:00", u"2024-03-15T",
       u"3/15/2024 10:30 xyz",        u"March 5,",    u"12:",             u"\uFF11/1/2024",
   };
+  // clang-format on
   for (const char16_t* text : rejected) {
     EXPECT_EQ(ParseDate(text), std::nullopt) << ToUtf8(text);
   }
@@ -153,6 +160,7 @@ TEST(Format, NumberPatterns) {
       {D(1.005), u"0.00", u"1.01"},
       {D(0.996), u"0.00", u"1.00"},
       {D(3.1), u"#.##", u"3.1"},
+      {D(3.14159), u".00", u"3.14"},
       {D(-0.001), u"0.00", u"0.00"},
       {D(1234567.891), u"#,##0.0", u"1,234,567.9"},
       {I(0), u"#,##0", u"0"},
@@ -181,6 +189,7 @@ TEST(Format, DatePatterns) {
       {when, u"M/D/YY h:n:s", u"3/5/24 14:7:9"},
       {when, u"h:nn AM/PM", u"2:07 PM"},
       {when, u"hh:mm a/p", u"02:07 p"},
+      {when, u"h:mm:ss \"am/pm\"", u"14:07:09 am/pm"},
       {when, u"mm:ss", u"07:09"},
       {when, u"dddd, mmmm d", u"Tuesday, March 5"},
       {when, u"ddd d-mmm", u"Tue 5-Mar"},
