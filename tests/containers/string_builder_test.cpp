@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <tuple>
 
 #include "kestrel/runtime/registry.hpp"
 #include "runtime_error_matchers.hpp"
@@ -25,48 +26,53 @@ int32_t Outcome(F&& call) {
   }
 }
 
-TEST(StringBuilder, AppendGrowsByWholeChunks) {
-  EXPECT_EQ(StringBuilder().ChunkSize(), 8192);
-  const int32_t cases[][2] = {{3, 8192}, {8192, 8192}, {8193, 16384}, {10000, 16384}};
-  for (const auto& [n, capacity] : cases) {
+// Append grows by whole chunks; HeapMinimize, from 30000 characters in
+// 32768, leaves at most one chunk free.
+TEST(StringBuilder, CapacityMovesInWholeChunks) {
+  const int32_t appended[][2] = {{3, 8192}, {8192, 8192}, {8193, 16384}};
+  for (const auto& [n, capacity] : appended) {
     SCOPED_TRACE(n);
     StringBuilder sb;
     sb.Append(Text(n));
     EXPECT_EQ(sb.Length(), n);
     EXPECT_EQ(sb.Capacity(), capacity);
   }
+  const int32_t kept[][2] = {{24576, 32768}, {24575, 24576}, {8192, 16384}, {0, 8192}};
+  for (const auto& [length, capacity] : kept) {
+    SCOPED_TRACE(length);
+    StringBuilder sb;
+    sb.Append(Text(30000));
+    sb.Remove(0, 30000 - length);
+    sb.HeapMinimize();
+    EXPECT_EQ(sb.Capacity(), capacity);
+    EXPECT_EQ(sb.toString(), Text(length));
+  }
 }
 
 // Insert "XY" (lLen -1 in the table) or Remove on "abcd": the content after
 // and minus the error raised, if any.
-TEST(StringBuilder, InsertAndRemovePositions) {
-  struct Case {
-    int32_t index, length, error;
-    const char16_t* after;
-  } const cases[] = {
+TEST(StringBuilder, InsertAndRemove) {
+  const std::tuple<int32_t, int32_t, int32_t, const char16_t*> cases[] = {
       {0, -1, 0, u"XYabcd"}, {4, -1, 0, u"abcdXY"}, {5, -1, -9, u"abcd"},
       {-1, -1, -5, u"abcd"}, {1, 2, 0, u"ad"},      {4, 0, 0, u"abcd"},
       {3, 2, -9, u"abcd"},   {1, -2, -5, u"abcd"},  {1, INT32_MAX, -6, u"abcd"},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(::testing::Message() << c.index << " " << c.length);
+  for (const auto& [index, length, error, after] : cases) {
+    SCOPED_TRACE(::testing::Message() << index << " " << length);
     StringBuilder sb;
     sb.Append(u"abcd");
     EXPECT_EQ(Outcome([&] {
-                c.length == -1 ? sb.Insert(c.index, u"XY") : sb.Remove(c.index, c.length);
+                length == -1 ? sb.Insert(index, u"XY") : sb.Remove(index, length);
                 return 0;
               }),
-              c.error);
-    EXPECT_EQ(sb.toString(), c.after);
+              error);
+    EXPECT_EQ(sb.toString(), after);
   }
-}
 
-// Chunk 4, "abc" held (capacity 4): one chunk when that makes room, Append's
-// growth when the text is longer still; a chunk of 0 cannot make room.
-TEST(StringBuilder, InsertGrowth) {
-  const int32_t cases[][3] = {{4, 1, 4}, {4, 2, 8}, {4, 5, 8}, {4, 9, 12}, {0, 2, -6}};
-  for (const auto& row : cases) {
-    const int32_t chunk = row[0], n = row[1], capacity = row[2];
+  // Chunk 4, "abc" held (capacity 4): one chunk when that makes room, else
+  // Append's growth; a chunk of 0 cannot make room.
+  const int32_t growth[][3] = {{4, 1, 4}, {4, 2, 8}, {4, 5, 8}, {4, 9, 12}, {0, 2, -6}};
+  for (const auto& [chunk, n, capacity] : growth) {
     SCOPED_TRACE(n);
     StringBuilder sb;
     sb.SetChunkSize(4);
@@ -87,10 +93,7 @@ TEST(StringBuilder, InsertGrowth) {
 }
 
 TEST(StringBuilder, FindReportsOnlyBelowLengthAndShiftsArgumentsBelowOne) {
-  struct Case {
-    const char16_t *content, *find;
-    int32_t start, compare, result;
-  } const cases[] = {
+  const std::tuple<const char16_t*, const char16_t*, int32_t, int32_t, int32_t> cases[] = {
       {u"abc", u"B", 1, 1, 2},
       {u"abc", u"B", 1, 0, 0},
       {u"abc", u"c", 1, 1, 0},     // the last character
@@ -103,39 +106,22 @@ TEST(StringBuilder, FindReportsOnlyBelowLengthAndShiftsArgumentsBelowOne) {
   };
   for (size_t i = 0; i < std::size(cases); ++i) {
     SCOPED_TRACE(i);
-    const Case& c = cases[i];
+    const auto& [content, find, start, compare, result] = cases[i];
     StringBuilder sb;
-    sb.Append(c.content);
-    EXPECT_EQ(Outcome([&] { return sb.Find(c.find, c.start, c.compare); }), c.result);
+    sb.Append(content);
+    EXPECT_EQ(Outcome([&] { return sb.Find(find, start, compare); }), result);
   }
-}
 
-TEST(StringBuilder, VacatedCharactersBecomePadding) {
+  // Characters vacated by Remove or a shorter text read as padding again.
   StringBuilder sb;
   sb.Append(u"abcdef");
-  EXPECT_EQ(sb.Find(u"def"), 4);
   sb.Remove(0, 3);
   EXPECT_EQ(sb.Find(u"ef "), 2);
   EXPECT_EQ(sb.Find(u"efd"), 0);
   sb.SetTheString(u"xy");
   EXPECT_EQ(sb.Find(u"xy "), 1);
-  EXPECT_EQ(sb.Capacity(), 8192);
   sb.SetTheString(u"");
   EXPECT_EQ(sb.Capacity(), 0);
-}
-
-// {length kept, capacity after}, from 30000 characters in 32768.
-TEST(StringBuilder, HeapMinimizeLeavesAtMostOneChunkFree) {
-  const int32_t cases[][2] = {{24576, 32768}, {24575, 24576}, {8192, 16384}, {0, 8192}};
-  for (const auto& [length, capacity] : cases) {
-    SCOPED_TRACE(length);
-    StringBuilder sb;
-    sb.Append(Text(30000));
-    sb.Remove(0, 30000 - length);
-    sb.HeapMinimize();
-    EXPECT_EQ(sb.Capacity(), capacity);
-    EXPECT_EQ(sb.toString(), Text(length));
-  }
 }
 
 TEST(StringBuilder, ByName) {
@@ -145,8 +131,6 @@ TEST(StringBuilder, ByName) {
   CallByName(sb, u"AppendNL", CallKind::kMethod, {Value(u"")});
   EXPECT_EQ(CallByName(sb, u"toString", CallKind::kGet).string(), u"ab7c\r\n");
   EXPECT_EQ(CallByName(sb, u"Find", CallKind::kMethod, {Value(u"B")}).long_value(), 2);
-  CallByName(sb, u"ChunkSize", CallKind::kLet, {Value(int16_t{16})});
-  EXPECT_EQ(CallByName(sb, u"ChunkSize", CallKind::kGet).long_value(), 16);
   EXPECT_RAISES(CallByName(sb, u"Insert", CallKind::kMethod, {Value(0)}),
                 errors::kWrongArgumentCount);
 }
