@@ -1,0 +1,190 @@
+#include "kestrel/files/text_file.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <string>
+#include <utility>
+
+#include "kestrel/frame/errors.hpp"
+#include "kestrel/runtime/encoding.hpp"
+
+namespace kestrel::files {
+namespace {
+
+constexpr char kUtf16Bom[] = {'\xFF', '\xFE'};
+
+// Writes all of `bytes`. A regular file takes the whole buffer in one call;
+// the loop is only for a short write (disk nearly full, a signal arriving
+// mid-way) and EINTR, so a line is never split by us across calls otherwise.
+void WriteAll(int fd, const char* bytes, size_t size) {
+  while (size > 0) {
+    ssize_t n = ::write(fd, bytes, size);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      RaiseFileError(errno);
+    }
+    bytes += n;
+    size -= size_t(n);
+  }
+}
+
+void AppendUtf16Le(std::string& out, std::u16string_view text) {
+  for (char16_t unit : text) {
+    out.push_back(char(unit & 0xFF));
+    out.push_back(char(unit >> 8));
+  }
+}
+
+// Whether the folder that would hold `path` exists: a missing file in an
+// existing folder is "file not found", anything missing above it is "path
+// not found".
+bool ParentFolderExists(const std::string& path) {
+  std::filesystem::path parent = std::filesystem::path(path).parent_path();
+  if (parent.empty()) parent = ".";
+  struct stat st;
+  return ::stat(parent.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+}  // namespace
+
+int32_t FileErrorNumber(int errno_value) noexcept {
+  switch (errno_value) {
+    case ENOENT:
+    case ENOTDIR:
+      // Without the path we cannot tell a missing file from a missing
+      // folder; callers that can (reading) refine this to 53.
+      return errors::kPathNotFound;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+      return errors::kPermissionDenied;
+    case ENOSPC:
+    case EDQUOT:
+      return errors::kDiskFull;
+    case EIO:
+      return errors::kDeviceIoError;
+    case ENAMETOOLONG:
+      return errors::kBadFileNameOrNumber;
+    case EISDIR:
+    default:
+      return errors::kPathFileAccessError;
+  }
+}
+
+void RaiseFileError(int errno_value) {
+  RaiseStandard(FileErrorNumber(errno_value));
+}
+
+TextFileWriter TextFileWriter::Open(const std::string& path, OpenMode mode, TextEncoding encoding) {
+  int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC;
+  if (mode == OpenMode::kTruncate) flags |= O_TRUNC;
+  int fd;
+  do {
+    fd = ::open(path.c_str(), flags, 0644);
+  } while (fd < 0 && errno == EINTR);
+  if (fd < 0) RaiseFileError(errno);
+
+  TextFileWriter writer;
+  writer.fd_ = fd;  // owned from here: a failure below closes it
+  writer.path_ = path;
+  writer.encoding_ = encoding;
+  if (encoding == TextEncoding::kUtf16) {
+    struct stat st;
+    if (::fstat(fd, &st) != 0) RaiseFileError(errno);
+    if (st.st_size == 0) WriteAll(fd, kUtf16Bom, sizeof kUtf16Bom);
+  }
+  return writer;
+}
+
+TextFileWriter::TextFileWriter(TextFileWriter&& other) noexcept
+    : fd_(std::exchange(other.fd_, -1)),
+      path_(std::move(other.path_)),
+      encoding_(other.encoding_) {}
+
+TextFileWriter& TextFileWriter::operator=(TextFileWriter&& other) noexcept {
+  if (this != &other) {
+    Close();
+    fd_ = std::exchange(other.fd_, -1);
+    path_ = std::move(other.path_);
+    encoding_ = other.encoding_;
+  }
+  return *this;
+}
+
+TextFileWriter::~TextFileWriter() {
+  Close();
+}
+
+void TextFileWriter::WriteLine(std::u16string_view line) {
+  if (fd_ < 0) RaiseStandard(errors::kBadFileNameOrNumber);
+  std::string bytes;
+  if (encoding_ == TextEncoding::kAnsi) {
+    bytes = runtime::ToAnsi(line);
+    bytes += "\r\n";
+  } else {
+    bytes.reserve(line.size() * 2 + 4);
+    AppendUtf16Le(bytes, line);
+    AppendUtf16Le(bytes, u"\r\n");
+  }
+  WriteAll(fd_, bytes.data(), bytes.size());
+}
+
+void TextFileWriter::Close() noexcept {
+  // Every line already went to the kernel, so a failing close loses nothing
+  // that WriteLine promised; it is ignored, and never retried (on Linux the
+  // descriptor is gone even when close reports EINTR).
+  if (fd_ >= 0) ::close(std::exchange(fd_, -1));
+}
+
+std::u16string ReadAllText(const std::string& path, TextEncoding encoding) {
+  int fd;
+  do {
+    fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  } while (fd < 0 && errno == EINTR);
+  if (fd < 0) {
+    int error = errno;
+    if (error == ENOENT && ParentFolderExists(path)) RaiseStandard(errors::kFileNotFound);
+    RaiseFileError(error);
+  }
+  std::string bytes;
+  char buffer[65536];
+  for (;;) {
+    ssize_t n = ::read(fd, buffer, sizeof buffer);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      int error = errno;  // EISDIR for a folder
+      ::close(fd);
+      RaiseFileError(error);
+    }
+    if (n == 0) break;
+    bytes.append(buffer, size_t(n));
+  }
+  ::close(fd);
+
+  if (encoding == TextEncoding::kAnsi) return runtime::FromAnsi(bytes);
+  size_t start = bytes.size() >= 2 && bytes[0] == kUtf16Bom[0] && bytes[1] == kUtf16Bom[1] ? 2 : 0;
+  std::u16string text;
+  text.reserve((bytes.size() - start) / 2);
+  // An odd trailing byte is half a code unit, not a character: dropped.
+  for (size_t i = start; i + 1 < bytes.size(); i += 2)
+    text.push_back(char16_t(uint8_t(bytes[i]) | (uint8_t(bytes[i + 1]) << 8)));
+  return text;
+}
+
+std::string AbsolutePath(const std::string& path) {
+  std::error_code ec;
+  std::filesystem::path p =
+      path.empty() ? std::filesystem::current_path(ec) : std::filesystem::absolute(path, ec);
+  if (ec) RaiseFileError(ec.value());
+  std::string text = p.lexically_normal().string();
+  // "/tmp/dir/" and "/tmp/dir" are the same folder; report it without the
+  // trailing separator, as the root aside.
+  while (text.size() > 1 && text.back() == '/') text.pop_back();
+  return text;
+}
+
+}  // namespace kestrel::files

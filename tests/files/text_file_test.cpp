@@ -1,0 +1,171 @@
+#include "kestrel/files/text_file.hpp"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "runtime_error_matchers.hpp"
+#include "temp_folder.hpp"
+
+namespace kestrel::files {
+namespace {
+
+using testing::FileBytes;
+using testing::TempFolder;
+
+std::string Bytes(std::initializer_list<int> values) {
+  std::string s;
+  for (int v : values) s.push_back(char(v));
+  return s;
+}
+
+TEST(TextFileWriter, WritesExactBytesAndReadsThemBack) {
+  struct Case {
+    const char* name;
+    TextEncoding encoding;
+    std::vector<std::u16string> lines;
+    std::string bytes;
+    std::u16string text;  // what ReadAllText gives back
+  };
+  const Case cases[] = {
+      {"ansi",
+       TextEncoding::kAnsi,
+       {u"ab", u"", u"\u00E9\u20AC"},
+       Bytes({'a', 'b', 13, 10, 13, 10, 0xE9, 0x80, 13, 10}),
+       u"ab\r\n\r\n\u00E9\u20AC\r\n"},
+      // A character Windows-1252 lacks is written as "?" and read back so.
+      {"ansi outside the code page",
+       TextEncoding::kAnsi,
+       {u"\u4E2D"},
+       Bytes({'?', 13, 10}),
+       u"?\r\n"},
+      {"utf16",
+       TextEncoding::kUtf16,
+       {u"a\u20AC", u""},
+       Bytes({0xFF, 0xFE, 'a', 0, 0xAC, 0x20, 13, 0, 10, 0, 13, 0, 10, 0}),
+       u"a\u20AC\r\n\r\n"},
+      {"utf16 no lines", TextEncoding::kUtf16, {}, Bytes({0xFF, 0xFE}), u""},
+      {"ansi no lines", TextEncoding::kAnsi, {}, "", u""},
+  };
+  TempFolder folder;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::string path = folder.File("out.txt");
+    {
+      auto writer = TextFileWriter::Open(path, OpenMode::kTruncate, c.encoding);
+      EXPECT_TRUE(writer.IsOpen());
+      for (const auto& line : c.lines) writer.WriteLine(line);
+      // Every line is in the file before the writer closes.
+      EXPECT_EQ(FileBytes(path), c.bytes);
+    }
+    EXPECT_EQ(FileBytes(path), c.bytes);
+    EXPECT_EQ(ReadAllText(path, c.encoding), c.text);
+  }
+}
+
+TEST(TextFileWriter, AppendKeepsOldLinesAndTruncateDropsThem) {
+  struct Case {
+    const char* name;
+    TextEncoding encoding;
+    OpenMode second;
+    std::string bytes;
+  };
+  const Case cases[] = {
+      {"ansi append", TextEncoding::kAnsi, OpenMode::kAppend, "a\r\nb\r\n"},
+      {"ansi truncate", TextEncoding::kAnsi, OpenMode::kTruncate, "b\r\n"},
+      // No second byte-order mark in the middle of an appended UTF-16 file.
+      {"utf16 append", TextEncoding::kUtf16, OpenMode::kAppend,
+       Bytes({0xFF, 0xFE, 'a', 0, 13, 0, 10, 0, 'b', 0, 13, 0, 10, 0})},
+      {"utf16 truncate", TextEncoding::kUtf16, OpenMode::kTruncate,
+       Bytes({0xFF, 0xFE, 'b', 0, 13, 0, 10, 0})},
+  };
+  TempFolder folder;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::string path = folder.File("log.txt");
+    TextFileWriter::Open(path, OpenMode::kTruncate, c.encoding).WriteLine(u"a");
+    auto writer = TextFileWriter::Open(path, c.second, c.encoding);
+    writer.WriteLine(u"b");
+    EXPECT_EQ(FileBytes(path), c.bytes);
+  }
+  // Appending creates a missing file, with its mark when it is UTF-16.
+  std::string fresh = folder.File("fresh.txt");
+  TextFileWriter::Open(fresh, OpenMode::kAppend, TextEncoding::kUtf16).WriteLine(u"x");
+  EXPECT_EQ(FileBytes(fresh), Bytes({0xFF, 0xFE, 'x', 0, 13, 0, 10, 0}));
+}
+
+TEST(TextFileWriter, MovedWriterKeepsTheFileAndClosedOneRefuses) {
+  TempFolder folder;
+  std::string path = folder.File("m.txt");
+  auto first = TextFileWriter::Open(path, OpenMode::kTruncate, TextEncoding::kAnsi);
+  TextFileWriter second = std::move(first);
+  EXPECT_FALSE(first.IsOpen());
+  second.WriteLine(u"x");
+  EXPECT_EQ(second.path(), path);
+  second.Close();
+  EXPECT_FALSE(second.IsOpen());
+  EXPECT_RAISES(second.WriteLine(u"y"), errors::kBadFileNameOrNumber);
+  EXPECT_EQ(FileBytes(path), "x\r\n");
+}
+
+TEST(TextFile, FailuresRaiseTheFileErrors) {
+  TempFolder folder;
+  std::string missing_folder = folder.File("no/such/file.txt");
+  std::string long_name = folder.File(std::string(300, 'n'));
+  struct Case {
+    const char* name;
+    std::function<void()> call;
+    int32_t number;
+  };
+  const Case cases[] = {
+      {"write into a missing folder",
+       [&] { TextFileWriter::Open(missing_folder, OpenMode::kAppend, TextEncoding::kAnsi); },
+       errors::kPathNotFound},
+      {"write to a folder",
+       [&] { TextFileWriter::Open(folder.path(), OpenMode::kTruncate, TextEncoding::kAnsi); },
+       errors::kPathFileAccessError},
+      {"name too long",
+       [&] { TextFileWriter::Open(long_name, OpenMode::kTruncate, TextEncoding::kAnsi); },
+       errors::kBadFileNameOrNumber},
+      {"read a missing file", [&] { ReadAllText(folder.File("none.txt"), TextEncoding::kAnsi); },
+       errors::kFileNotFound},
+      {"read in a missing folder", [&] { ReadAllText(missing_folder, TextEncoding::kAnsi); },
+       errors::kPathNotFound},
+      {"read a folder", [&] { ReadAllText(folder.path(), TextEncoding::kUtf16); },
+       errors::kPathFileAccessError},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_RAISES(c.call(), c.number);
+  }
+}
+
+TEST(TextFile, ErrnoMapping) {
+  const struct {
+    int errno_value;
+    int32_t number;
+  } cases[] = {
+      {ENOENT, 76}, {ENOTDIR, 76}, {EACCES, 70}, {EPERM, 70},        {EROFS, 70}, {EISDIR, 75},
+      {ENOSPC, 61}, {EDQUOT, 61},  {EIO, 57},    {ENAMETOOLONG, 52}, {EBUSY, 75},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.errno_value);
+    EXPECT_EQ(FileErrorNumber(c.errno_value), c.number);
+  }
+}
+
+TEST(TextFile, AbsolutePathIsLexical) {
+  std::string cwd = std::filesystem::current_path().string();
+  EXPECT_EQ(AbsolutePath("/tmp/a/./b/../c"), "/tmp/a/c");
+  EXPECT_EQ(AbsolutePath("/tmp/dir/"), "/tmp/dir");
+  EXPECT_EQ(AbsolutePath("x.log"), cwd + "/x.log");
+  EXPECT_EQ(AbsolutePath("/"), "/");
+}
+
+}  // namespace
+}  // namespace kestrel::files
