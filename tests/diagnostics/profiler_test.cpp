@@ -1,0 +1,223 @@
+#include "kestrel/diagnostics/profiler.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <limits>
+#include <sstream>
+
+#include "kestrel/diagnostics/tick_count.hpp"
+#include "kestrel/frame/unicode.hpp"
+#include "kestrel/runtime/convert.hpp"
+#include "kestrel/runtime/dates.hpp"
+#include "kestrel/runtime/registry.hpp"
+#include "runtime_error_matchers.hpp"
+#include "temp_folder.hpp"
+
+namespace kestrel::diagnostics {
+namespace {
+
+constexpr int32_t kMin = std::numeric_limits<int32_t>::min();
+constexpr int32_t kMax = std::numeric_limits<int32_t>::max();
+
+// The tick count the test scripts step by step.
+int32_t g_tick = 0;
+int32_t ScriptedTicks() {
+  return g_tick;
+}
+// 5 March 2024, 13:02:03: short date m/d/yyyy, long time h:nn:ss AM/PM.
+double FixedClock() {
+  return runtime::DateSerial(2024, 3, 5) + runtime::TimeSerial(13, 2, 3);
+}
+constexpr char kStamp[] = "3/5/2024 1:02:03 PM";
+
+// Expected file text: rows "ID ParentID TicksIn Ticks Name CallDepth"
+// separated by "|", each written as a stamped, tab-separated, CR LF line.
+std::string Lines(const std::string& rows) {
+  std::string out, row;
+  std::istringstream in(rows);
+  while (std::getline(in, row, '|')) {
+    std::replace(row.begin(), row.end(), ' ', '\t');
+    out += std::string(kStamp) + "\t" + row + "\r\n";
+  }
+  return out;
+}
+
+class ProfilerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    previous_ticks_ = SetTickSource(&ScriptedTicks);
+    previous_clock_ = runtime::SetClockSource(&FixedClock);
+    path_ = dir_.File("profile.txt");
+    sink_ = MakeRef<ProfileDataFile>();
+    sink_->OpenFile(path_);
+  }
+  void TearDown() override {
+    SetTickSource(previous_ticks_);
+    runtime::SetClockSource(previous_clock_);
+  }
+
+  TickSource previous_ticks_ = nullptr;
+  runtime::ClockSource previous_clock_ = nullptr;
+  testing::TempFolder dir_;
+  std::string path_;
+  Ref<ProfileDataFile> sink_;
+};
+
+// Each script runs on a new profiler writing to a fresh file, which must
+// then hold exactly the expected lines. Tokens: "L" RaiseErrorOnBadStack
+// False; at a tick, "I<name>"/"O<name>" step in/out, "X<name>" step out
+// expecting the case's error, "T"/"F" TimerOn True/False, "R" Reset, "S" set
+// the sink (set up front when the script has no "S").
+TEST_F(ProfilerTest, ScriptsWriteOneLinePerClosedStepInnermostFirst) {
+  struct Case {
+    const char* script;
+    const char* expected;
+    int32_t error = 0;
+    const char16_t* description = nullptr;  // checked with source "Profiler"
+  };
+  const Case cases[] = {
+      {"IA@100 IB@110 OB@130 OA@150", "2 1 10 20 B 1|1 0 0 50 A 0"},
+      {"L IA@100 IB@110 IC@120 OA@150", "3 2 20 30 C 2|2 1 10 40 B 1|1 0 0 50 A 0"},
+      {"L IA@100 IB@110 IC@120 OB@130", "3 2 20 10 C 2|2 1 10 20 B 1"},
+      // No match: the outermost step closes although its name differs; a
+      // step out on the then empty stack is ignored.
+      {"L IA@100 IB@110 OX@140 OY@150", "2 1 10 30 B 1|1 0 0 40 A 0"},
+      // Off from 110 to 140 removes 30 ticks; repeating the current setting
+      // (on at 105, off at 125) changes nothing.
+      {"IA@100 T@105 F@110 F@125 T@140 OA@150", "1 0 0 20 A 0"},
+      {"IM\tx@-5 OM\tx@7", "1 0 0 12 M\tx 0"},  // names written as given
+      // Reset empties the sink but IDs go on. Reset while running keeps the
+      // switch-off at 200: time goes on at the raw count minus the gap; reset
+      // while stopped: time restarts at 0.
+      {"IA@100 OA@150 R@200 IB@260 OB@270", "2 0 200 10 B 0"},
+      {"IA@100 OA@150 F@300 R@310 IB@400 OB@404", "2 0 0 4 B 0"},
+      {"XA@100", "", -2147220503, u"Step out : No methods in stack"},
+      // Case-sensitive; the stack is left as it was.
+      {"IA@100 Xa@120 OA@130", "1 0 0 30 A 0", -2147220504, u"Step out : Jump Out Detected"},
+      // Without a sink the item stays on the stack.
+      {"IA@100 XA@110 S OA@125", "1 0 0 25 A 0", errors::kObjectVariableNotSet},
+      // Profiler time (raw count minus paused ticks) leaves the 32-bit range.
+      {"IA@-2147483643 XA@10", "", errors::kOverflow},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.script);
+    sink_->Clear();
+    Profiler profiler;
+    const std::string script = c.script;
+    if (script.find('S') == std::string::npos) profiler.SetData(sink_);
+    std::istringstream in(script);
+    for (std::string token; std::getline(in, token, ' ');) {
+      const size_t at = token.find('@');
+      if (at != std::string::npos) g_tick = std::stoi(token.substr(at + 1));
+      const std::u16string name = FromUtf8(token.substr(1, at - 1));
+      const char op = token[0];
+      if (op == 'L') profiler.SetRaiseErrorOnBadStack(false);
+      if (op == 'I') profiler.StepIn(name);
+      if (op == 'O') profiler.StepOut(name);
+      if (op == 'T' || op == 'F') profiler.SetTimerOn(op == 'T');
+      if (op == 'R') profiler.Reset();
+      if (op == 'S') profiler.SetData(sink_);
+      if (op != 'X') continue;
+      try {
+        profiler.StepOut(name);
+        ADD_FAILURE() << "nothing raised";
+      } catch (const RuntimeError& e) {
+        EXPECT_EQ(e.number(), c.error);
+        if (c.description) {
+          EXPECT_EQ(e.source(), u"Profiler");
+          EXPECT_EQ(e.description(), c.description);
+        }
+      }
+    }
+    const std::string expected = Lines(c.expected);
+    EXPECT_EQ(testing::FileBytes(path_), expected);
+    EXPECT_EQ(ToUtf8(sink_->Data()), expected);
+  }
+}
+
+TEST(ProfilerItem, TicksIsOutMinusInWithOverflow6) {
+  struct Case {
+    int32_t in, out, ticks;  // ticks 0: overflow
+  };
+  for (const Case& c :
+       {Case{-10, 20, 30}, Case{kMin, -1, kMax}, Case{kMin, kMax, 0}, Case{kMax, -2, 0}}) {
+    SCOPED_TRACE(std::to_string(c.in) + " " + std::to_string(c.out));
+    ProfilerItem item;
+    item.SetTicksIn(c.in);
+    item.SetTicksOut(c.out);
+    if (c.ticks != 0)
+      EXPECT_EQ(item.Ticks(), c.ticks);
+    else
+      EXPECT_RAISES(item.Ticks(), errors::kOverflow);
+  }
+  EXPECT_RAISES(CreateObject(u"Kestrel.ProfilerItem"), errors::kCannotCreateObject);
+}
+
+// A client sink reached only by name: no C++ interface, just members.
+class ScriptSink : public Dispatchable<ScriptSink> {
+ public:
+  std::u16string log;
+  static const DispatchTable<ScriptSink>& Dispatch() {
+    static const auto table =
+        DispatchTable<ScriptSink>::Builder(u"ScriptSink")
+            .Method(u"Add", 1, 1,
+                    [](ScriptSink& s, Args& a) {
+                      for (const char16_t* m : {u"ID", u"ParentID", u"Ticks", u"Name"})
+                        s.log += runtime::ToText(CallByName(a[0], m, CallKind::kGet)) + u",";
+                      s.log += u";";
+                      return Value();
+                    })
+            .Get(u"Data", [](ScriptSink& s, Args&) { return Value(s.log); })
+            .Method(u"Clear", 0, 0,
+                    [](ScriptSink& s, Args&) {
+                      s.log += u"cleared;";
+                      return Value();
+                    })
+            .Build();
+    return table;
+  }
+};
+
+TEST_F(ProfilerTest, LateBoundSinkThroughLateBoundProfiler) {
+  auto sink = MakeRef<ScriptSink>();
+  Ref<Object> profiler = CreateObject(u"Kestrel.Profiler");
+  CallByName(profiler, u"Data", CallKind::kSet, {Value(sink)});
+  EXPECT_EQ(CallByName(profiler, u"Data", CallKind::kGet).object(), sink.get());
+  EXPECT_EQ(runtime::ToLong(CallByName(profiler, u"RaiseErrorOnBadStack", CallKind::kGet)), -1);
+  auto call = [&](const char16_t* member, int32_t tick, const char16_t* name) {
+    g_tick = tick;
+    CallByName(profiler, member, CallKind::kMethod, {Value(name)});
+  };
+  call(u"StepIn", 100, u"A");
+  call(u"StepIn", 110, u"B");
+  call(u"StepOut", 115, u"B");
+  call(u"StepOut", 115, u"A");
+  CallByName(profiler, u"Reset", CallKind::kMethod);
+  EXPECT_EQ(sink->log, u"2,1,5,B,;1,0,15,A,;cleared;");
+}
+
+TEST_F(ProfilerTest, DataFileByNameAppendsClearsAndReportsItsFile) {
+  Ref<Object> file = CreateObject(u"Kestrel.ProfileDataFile");
+  const Value path(FromUtf8(path_));
+  auto add = [&](int32_t id, const char16_t* name) {
+    CallByName(file, u"Add", CallKind::kMethod,
+               {Value(id), Value(3), Value(-20), Value(5), Value(name), Value(int16_t{2})});
+  };
+  EXPECT_TRUE(CallByName(file, u"OpenFile", CallKind::kMethod, {path}).IsEmpty());
+  add(7, u"M");
+  CallByName(file, u"OpenFile", CallKind::kMethod, {path, Value(true)});  // appends
+  add(8, u"N");
+  const std::string both = Lines("7 3 -20 5 M 2|8 3 -20 5 N 2");
+  EXPECT_EQ(testing::FileBytes(path_), both);
+  EXPECT_EQ(runtime::ToText(CallByName(file, u"Data", CallKind::kGet)), FromUtf8(both));
+  Value file_object = CallByName(file, u"File", CallKind::kGet);
+  EXPECT_EQ(runtime::ToText(CallByName(file_object, u"Path", CallKind::kGet)), path.string());
+  CallByName(file, u"Clear", CallKind::kMethod);  // empties, stays open
+  add(9, u"O");
+  EXPECT_EQ(testing::FileBytes(path_), Lines("9 3 -20 5 O 2"));
+  EXPECT_RAISES(ProfileDataFile().Data(), errors::kObjectVariableNotSet);
+}
+
+}  // namespace
+}  // namespace kestrel::diagnostics
