@@ -3,6 +3,8 @@
 #include <limits>
 #include <utility>
 
+#include "kestrel/diagnostics/log.hpp"
+#include "kestrel/diagnostics/profiler.hpp"
 #include "kestrel/runtime/convert.hpp"
 #include "kestrel/runtime/dates.hpp"
 #include "kestrel/runtime/registry.hpp"
@@ -48,13 +50,16 @@ Tracer::~Tracer() = default;
 
 Value Tracer::Clear() {
   if (!sink_) RaiseStandard(errors::kObjectVariableNotSet);
-  CallByName(sink_, u"Clear", CallKind::kMethod);
+  if (sink_fast_)
+    sink_fast_->Clear();
+  else
+    CallByName(sink_, u"Clear", CallKind::kMethod);
   return Value();
 }
 
 void Tracer::SetLogTo(Ref<Object> sink) {
   sink_ = std::move(sink);
-  sink_fast_ = nullptr;
+  sink_fast_ = dynamic_cast<ILog*>(sink_.get());
 }
 
 void Tracer::SetTraceOn(bool v) noexcept {
@@ -64,13 +69,15 @@ void Tracer::SetTraceOn(bool v) noexcept {
 
 void Tracer::SetProfiler(Ref<Object> profiler) {
   profiler_ = std::move(profiler);
-  profiler_fast_ = nullptr;
+  profiler_fast_ = dynamic_cast<diagnostics::Profiler*>(profiler_.get());
 }
 
 void Tracer::SetRaiseErrorOnBadStack(bool v) {
   raise_on_bad_stack_ = v;
-  if (!profiler_) return;
-  CallByName(profiler_, u"RaiseErrorOnBadStack", CallKind::kLet, {Value(v)});
+  if (profiler_fast_)
+    profiler_fast_->SetRaiseErrorOnBadStack(v);
+  else if (profiler_)
+    CallByName(profiler_, u"RaiseErrorOnBadStack", CallKind::kLet, {Value(v)});
 }
 
 void Tracer::SuspendProfilerTimer() {
@@ -89,8 +96,21 @@ std::u16string Tracer::StackString(std::u16string_view separator) const {
 
 // --- lines -------------------------------------------------------------------
 
+const std::u16string& Tracer::DateTimeText() const {
+  // The clock is read for every line; the text is formatted again only
+  // when the second has changed.
+  const double now = runtime::Now();
+  if (now != stamp_serial_ || stamp_text_.empty()) {
+    stamp_text_ = runtime::Format(Value::Date(now), u"mm/dd/yyyy hh:nn:ss");
+    stamp_serial_ = now;
+  }
+  return stamp_text_;
+}
+
 std::u16string Tracer::Prefix(int32_t s, int32_t d, int32_t o) const {
-  std::u16string p = runtime::Format(Value::Date(runtime::Now()), u"mm/dd/yyyy hh:nn:ss");
+  std::u16string p;
+  p.reserve(40 + size_t(indent_width_) * size_t(d < 0 ? 0 : d));
+  p += DateTimeText();
   p += u' ';
   AppendFourDigits(p, s);
   p += u' ';
@@ -109,6 +129,7 @@ std::u16string Tracer::Prefix(int32_t s, int32_t d, int32_t o) const {
 }
 
 bool Tracer::WriteLine(const std::u16string& line) {
+  if (sink_fast_) return sink_fast_->LogLine(line);
   if (!sink_) RaiseStandard(errors::kObjectVariableNotSet);
   return runtime::ToBoolean(CallByName(sink_, u"LogLine", CallKind::kMethod, {Value(line)}));
 }
@@ -159,10 +180,20 @@ std::u16string Tracer::InOutHead(char16_t marker, std::u16string_view name) cons
 }
 
 void Tracer::ProfilerStep(bool in, const std::u16string& name) {
+  if (profiler_fast_) {
+    if (in)
+      profiler_fast_->StepIn(name);
+    else
+      profiler_fast_->StepOut(name);
+    return;
+  }
+  if (!profiler_) RaiseStandard(errors::kObjectVariableNotSet);
   CallByName(profiler_, in ? u"StepIn" : u"StepOut", CallKind::kMethod, {Value(name)});
 }
 
 void Tracer::ProfilerTimer(bool on) {
+  if (profiler_fast_) return profiler_fast_->SetTimerOn(on);
+  if (!profiler_) RaiseStandard(errors::kObjectVariableNotSet);
   CallByName(profiler_, u"TimerOn", CallKind::kLet, {Value(on)});
 }
 
@@ -171,17 +202,22 @@ void Tracer::ProfilerTimer(bool on) {
 bool Tracer::TraceStart() {
   if (reset_on_trace_start_) {
     Clear();
-    if (profiler_) CallByName(profiler_, u"Reset", CallKind::kMethod);
+    if (profiler_fast_)
+      profiler_fast_->Reset();
+    else if (profiler_)
+      CallByName(profiler_, u"Reset", CallKind::kMethod);
   }
-  std::u16string text = u"Vela Trace Started ";
-  text += runtime::Format(Value::Date(runtime::Now()), u"mm/dd/yyyy hh:nn:ss");
-  return WriteLine(Prefix(0, 0, 0) + text);
+  std::u16string line = Prefix(0, 0, 0);
+  line += u"Vela Trace Started ";
+  line += DateTimeText();
+  return WriteLine(line);
 }
 
 bool Tracer::TraceFinish() {
-  std::u16string text = u"Vela Trace Finished ";
-  text += runtime::Format(Value::Date(runtime::Now()), u"mm/dd/yyyy hh:nn:ss");
-  return WriteLine(Prefix(0, 0, 0) + text);
+  std::u16string line = Prefix(0, 0, 0);
+  line += u"Vela Trace Finished ";
+  line += DateTimeText();
+  return WriteLine(line);
 }
 
 bool Tracer::TraceLevel(std::u16string_view msg, int32_t level, int32_t severity, int16_t offset,

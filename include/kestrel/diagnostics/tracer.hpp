@@ -161,6 +161,8 @@ class KESTREL_API Tracer : public Dispatchable<Tracer> {
   static const DispatchTable<Tracer>& Dispatch();
 
  private:
+  // The current date and time as "mm/dd/yyyy hh:nn:ss".
+  const std::u16string& DateTimeText() const;
   // The line prefix for severity s, depth d, offset o.
   std::u16string Prefix(int32_t s, int32_t d, int32_t o) const;
   bool WriteLine(const std::u16string& line);
@@ -180,6 +182,8 @@ class KESTREL_API Tracer : public Dispatchable<Tracer> {
   Ref<Object> profiler_;
   diagnostics::Profiler* profiler_fast_ = nullptr;
   Ref<Stack> stack_;
+  mutable double stamp_serial_ = 0;
+  mutable std::u16string stamp_text_;
   std::u16string separator_ = u"!";
   char16_t indent_char_ = u' ';
   int32_t indent_width_ = 3;
