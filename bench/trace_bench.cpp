@@ -38,8 +38,12 @@ void Round(benchmark::State& state, bool with_profiler) {
   state.SetItemsProcessed(state.iterations());
 }
 
-void RoundNoProfiler(benchmark::State& state) { Round(state, false); }
-void RoundWithProfiler(benchmark::State& state) { Round(state, true); }
+void RoundNoProfiler(benchmark::State& state) {
+  Round(state, false);
+}
+void RoundWithProfiler(benchmark::State& state) {
+  Round(state, true);
+}
 
 BENCHMARK(RoundNoProfiler)->Name("Round/no-profiler");
 BENCHMARK(RoundWithProfiler)->Name("Round/kestrel");

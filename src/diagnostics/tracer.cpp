@@ -134,16 +134,16 @@ bool Tracer::WriteLine(const std::u16string& line) {
   return runtime::ToBoolean(CallByName(sink_, u"LogLine", CallKind::kMethod, {Value(line)}));
 }
 
-bool Tracer::WriteMessage(std::u16string_view msg, std::u16string_view head, int32_t s,
-                          int32_t d, int32_t o, std::optional<std::u16string>* last_text) {
+bool Tracer::WriteMessage(std::u16string_view msg, std::u16string_view head, int32_t s, int32_t d,
+                          int32_t o, std::optional<std::u16string>* last_text) {
   bool result = false;
   size_t start = 0;
   // An empty message still gives one line; a trailing line feed gives a
   // last, empty piece.
   while (true) {
     size_t end = msg.find(u'\n', start);
-    std::u16string_view piece =
-        msg.substr(start, end == std::u16string_view::npos ? std::u16string_view::npos : end - start);
+    std::u16string_view piece = msg.substr(
+        start, end == std::u16string_view::npos ? std::u16string_view::npos : end - start);
     std::u16string line = Prefix(s, d, o);
     size_t text_at = line.size();
     line += head;
@@ -319,7 +319,9 @@ bool Tracer::TraceOut(std::u16string_view method_name, std::u16string_view modul
 
 namespace {
 
-std::u16string TextArg(Args& a, size_t i) { return a.Has(i) ? runtime::ToText(a[i]) : u""; }
+std::u16string TextArg(Args& a, size_t i) {
+  return a.Has(i) ? runtime::ToText(a[i]) : u"";
+}
 int32_t SeverityArg(Args& a, size_t i) {
   return a.Has(i) ? runtime::ToLong(a[i]) : Tracer::kUseDefault;
 }
@@ -355,8 +357,7 @@ const DispatchTable<Tracer>& Tracer::Dispatch() {
       T::Builder(u"Tracer")
           .Method(u"Clear", 0, 0, [](Tracer& t, Args&) { return t.Clear(); })
           .Get(u"LogTo", [](Tracer& t, Args&) { return Value(t.LogTo()); })
-          .Set(u"LogTo",
-               [](Tracer& t, Args&, const Value& v) { t.SetLogTo(ObjectArg(v)); })
+          .Set(u"LogTo", [](Tracer& t, Args&, const Value& v) { t.SetLogTo(ObjectArg(v)); })
           .Property(
               u"ResetOnTraceStart", [](Tracer& t, Args&) { return Value(t.ResetOnTraceStart()); },
               [](Tracer& t, Args&, const Value& v) {
@@ -370,9 +371,7 @@ const DispatchTable<Tracer>& Tracer::Dispatch() {
               [](Tracer& t, Args&, const Value& v) { t.SetTraceInOutOn(runtime::ToBoolean(v)); })
           .Property(
               u"DefaultTraceLevel", [](Tracer& t, Args&) { return Value(t.DefaultTraceLevel()); },
-              [](Tracer& t, Args&, const Value& v) {
-                t.SetDefaultTraceLevel(runtime::ToLong(v));
-              })
+              [](Tracer& t, Args&, const Value& v) { t.SetDefaultTraceLevel(runtime::ToLong(v)); })
           .Property(
               u"DefaultTraceInOutLevel",
               [](Tracer& t, Args&) { return Value(t.DefaultTraceInOutLevel()); },
@@ -386,8 +385,7 @@ const DispatchTable<Tracer>& Tracer::Dispatch() {
                 t.SetModuleNameSeparator(runtime::ToText(v));
               })
           .Get(u"Profiler", [](Tracer& t, Args&) { return Value(t.Profiler()); })
-          .Set(u"Profiler",
-               [](Tracer& t, Args&, const Value& v) { t.SetProfiler(ObjectArg(v)); })
+          .Set(u"Profiler", [](Tracer& t, Args&, const Value& v) { t.SetProfiler(ObjectArg(v)); })
           .Property(
               u"ProfilerOn", [](Tracer& t, Args&) { return Value(t.ProfilerOn()); },
               [](Tracer& t, Args&, const Value& v) { t.SetProfilerOn(runtime::ToBoolean(v)); })

@@ -21,7 +21,9 @@ namespace {
 // logs in TraceIn/TraceOut: that time must never show in the profile.
 int32_t g_tick = 0;
 const Profiler* g_profiler = nullptr;
-int32_t ScriptedTicks() { return g_tick; }
+int32_t ScriptedTicks() {
+  return g_tick;
+}
 double FixedClock() {
   if (g_profiler != nullptr && !g_profiler->TimerOn()) g_tick += 5;
   return runtime::DateSerial(2024, 3, 5) + runtime::TimeSerial(13, 2, 3);
@@ -35,6 +37,12 @@ class TraceIntegrationTest : public ::testing::Test {
   void SetUp() override {
     previous_ticks_ = SetTickSource(&ScriptedTicks);
     previous_clock_ = runtime::SetClockSource(&FixedClock);
+    Wire();
+  }
+  // Fresh files, profiler and tracer, wired together.
+  void Wire() {
+    profiler_ = MakeRef<Profiler>();
+    tracer_ = MakeRef<Tracer>();
     log_->OpenFile(FromUtf8(dir_.File("trace.log")));
     data_->OpenFile(dir_.File("profile.txt"));
     profiler_->SetData(data_);
@@ -50,13 +58,14 @@ class TraceIntegrationTest : public ::testing::Test {
   }
   std::string LogBytes() const { return testing::FileBytes(dir_.File("trace.log")); }
   std::string ProfileBytes() const { return testing::FileBytes(dir_.File("profile.txt")); }
-  void In(const char16_t* name, int32_t tick) {
+  // TraceIn and TraceOut at a given tick.
+  void In(int32_t tick, std::u16string_view name, std::u16string_view module = u"App") {
     g_tick = tick;
-    tracer_->TraceIn(name, u"App");
+    tracer_->TraceIn(name, module);
   }
-  void Out(const char16_t* name, int32_t tick) {
+  void Out(int32_t tick, std::u16string_view name, std::u16string_view module = u"App") {
     g_tick = tick;
-    tracer_->TraceOut(name, u"App");
+    tracer_->TraceOut(name, module);
   }
 
   TickSource previous_ticks_ = nullptr;
@@ -64,26 +73,25 @@ class TraceIntegrationTest : public ::testing::Test {
   testing::TempFolder dir_;
   Ref<LogFile> log_ = MakeRef<LogFile>();
   Ref<ProfileDataFile> data_ = MakeRef<ProfileDataFile>();
-  Ref<Profiler> profiler_ = MakeRef<Profiler>();
-  Ref<Tracer> tracer_ = MakeRef<Tracer>();
+  Ref<Profiler> profiler_;
+  Ref<Tracer> tracer_;
 };
 
 TEST_F(TraceIntegrationTest, NestedCallsLogAndProfileWithoutTheLoggingTime) {
   tracer_->TraceStart();
-  In(u"Main", 1000);  // profiler time 0 at the first step in
-  In(u"Load", 1020);  // 1020 - (1000 + 5 paused) = 15
-  g_tick = 1050;
+  In(1000, u"Main");                 // profiler time 0 at the first step in
+  In(1020, u"Load");                 // 1020 - (1000 + 5 paused) = 15
   tracer_->Trace(u"reading", Info);  // timer on: no profiler involvement
-  Out(u"Load", 1100);  // 1100 - 1010 = 90, so 75 ticks
-  Out(u"Main", 1200);  // 1200 - 1015 = 185
+  Out(1100, u"Load");                // 1100 - 1010 = 90, so 75 ticks
+  Out(1200, u"Main");                // 1200 - 1015 = 185
   tracer_->TraceFinish();
 
   EXPECT_EQ(LogBytes(), D + "0000 0000   Vela Trace Started 03/05/2024 13:02:03\r\n" +  //
-                            D + "0010 0001 >    >>>[App!Main] \r\n" +                     //
-                            D + "0010 0002 >       >>>[App!Load] \r\n" +                  //
-                            D + "0025 0002          reading\r\n" +                        //
-                            D + "0010 0002 <       <<<[App!Load] \r\n" +                  //
-                            D + "0010 0001 <    <<<[App!Main] \r\n" +                     //
+                            D + "0010 0001 >    >>>[App!Main] \r\n" +                   //
+                            D + "0010 0002 >       >>>[App!Load] \r\n" +                //
+                            D + "0025 0002          reading\r\n" +                      //
+                            D + "0010 0002 <       <<<[App!Load] \r\n" +                //
+                            D + "0010 0001 <    <<<[App!Main] \r\n" +                   //
                             D + "0000 0000 < Vela Trace Finished 03/05/2024 13:02:03\r\n");
   EXPECT_EQ(ProfileBytes(), P + "2\t1\t15\t75\tApp!Load\t1\r\n" +  //
                                 P + "1\t0\t0\t185\tApp!Main\t0\r\n");
@@ -91,66 +99,51 @@ TEST_F(TraceIntegrationTest, NestedCallsLogAndProfileWithoutTheLoggingTime) {
 
 TEST_F(TraceIntegrationTest, JumpOutIsRecoveredByBoth) {
   tracer_->SetRaiseErrorOnBadStack(false);  // passed on to the profiler
-  g_tick = 100;
-  tracer_->TraceIn(u"A");  // profiler time 0, then 5 paused
-  g_tick = 110;
-  tracer_->TraceIn(u"B");  // 5
-  g_tick = 120;
-  tracer_->TraceIn(u"C");  // 10
-  g_tick = 200;
-  tracer_->TraceOut(u"A");  // all three close at 200 - 115 = 85
+  In(100, u"A", {});                        // profiler time 0, then 5 paused
+  In(110, u"B", {});                        // 5
+  In(120, u"C", {});                        // 10
+  Out(200, u"A", {});                       // all three close at 200 - 115 = 85
 
-  EXPECT_EQ(LogBytes(), D + "0010 0001 >    >>>[A] \r\n" +                               //
-                            D + "0010 0002 >       >>>[B] \r\n" +                          //
-                            D + "0010 0003 >          >>>[C] \r\n" +                       //
+  EXPECT_EQ(LogBytes(), D + "0010 0001 >    >>>[A] \r\n" +                                //
+                            D + "0010 0002 >       >>>[B] \r\n" +                         //
+                            D + "0010 0003 >          >>>[C] \r\n" +                      //
                             D + "0000 0003 <          <<<[C]  : Jump Out Detected\r\n" +  //
-                            D + "0000 0002 <       <<<[B]  : Jump Out Detected\r\n" +      //
+                            D + "0000 0002 <       <<<[B]  : Jump Out Detected\r\n" +     //
                             D + "0010 0001 <    <<<[A] \r\n");
-  EXPECT_EQ(ProfileBytes(), P + "3\t2\t10\t75\tC\t2\r\n" +  //
-                                P + "2\t1\t5\t80\tB\t1\r\n" +   //
+  EXPECT_EQ(ProfileBytes(), P + "3\t2\t10\t75\tC\t2\r\n" +     //
+                                P + "2\t1\t5\t80\tB\t1\r\n" +  //
                                 P + "1\t0\t0\t85\tA\t0\r\n");
   EXPECT_EQ(tracer_->StackString(), u"");
 }
 
 TEST_F(TraceIntegrationTest, BadStackErrorsComeFromTheFirstStrictParty) {
   struct Case {
-    const char* name;
     bool tracer_raises, profiler_raises, step_in_first;
     int32_t number;
     std::u16string source, description;
-    bool timer_on_after;
+    bool timer_on_after;  // off only when the tracer raised after pausing it
   };
   const Case cases[] = {
-      {"profiler strict", true, true, true, -2147220504, u"Profiler",
-       u"Step out : Jump Out Detected", true},
-      {"only tracer strict", true, false, true, -2147220504, u"Trace",
-       u"Bad Trace : Jump Out Detected", false},
-      {"empty stacks", true, true, false, -2147220503, u"Profiler",
-       u"Step out : No methods in stack", true},
+      {true, true, true, -2147220504, u"Profiler", u"Step out : Jump Out Detected", true},
+      {true, false, true, -2147220504, u"Trace", u"Bad Trace : Jump Out Detected", false},
+      {true, true, false, -2147220503, u"Profiler", u"Step out : No methods in stack", true},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    auto profiler = MakeRef<Profiler>();
-    profiler->SetData(data_);
-    auto tracer = MakeRef<Tracer>();
-    tracer->SetLogTo(log_);
-    tracer->SetProfiler(profiler);
-    tracer->SetProfilerOn(true);
-    tracer->SetRaiseErrorOnBadStack(c.tracer_raises);
-    profiler->SetRaiseErrorOnBadStack(c.profiler_raises);
-    if (c.step_in_first) tracer->TraceIn(u"A");
+    SCOPED_TRACE(c.number);
+    tracer_->SetRaiseErrorOnBadStack(c.tracer_raises);
+    profiler_->SetRaiseErrorOnBadStack(c.profiler_raises);
+    if (c.step_in_first) tracer_->TraceIn(u"A");
     try {
-      tracer->TraceOut(u"X");
+      tracer_->TraceOut(u"X");
       ADD_FAILURE() << "nothing raised";
     } catch (const RuntimeError& e) {
       EXPECT_EQ(e.number(), c.number);
       EXPECT_EQ(e.source(), c.source);
       EXPECT_EQ(e.description(), c.description);
     }
-    // The tracer's stack is left as it was; the profiler's timer stays off
-    // only when the tracer's own check raised, after pausing it.
-    EXPECT_EQ(tracer->StackString(), c.step_in_first ? u"A" : u"");
-    EXPECT_EQ(profiler->TimerOn(), c.timer_on_after);
+    EXPECT_EQ(tracer_->StackString(), c.step_in_first ? u"A" : u"");  // left as it was
+    EXPECT_EQ(profiler_->TimerOn(), c.timer_on_after);
+    Wire();
   }
 }
 
