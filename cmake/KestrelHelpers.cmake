@@ -29,7 +29,8 @@ endfunction()
 
 # kestrel_add_test(SUBSYSTEM [LABELS label...] [DEPS target...])
 # One GoogleTest binary per subsystem, made of every tests/SUBSYSTEM/*_test.cpp;
-# each test case becomes a CTest test carrying the labels (default: unit).
+# each test case becomes a CTest test carrying the labels (default: unit),
+# except suites named *Integration*, labelled integration.
 function(kestrel_add_test subsystem)
   cmake_parse_arguments(ARG "" "" "LABELS;DEPS" ${ARGN})
   if(NOT ARG_LABELS)
@@ -46,7 +47,12 @@ function(kestrel_add_test subsystem)
                                           ${ARG_DEPS})
   target_include_directories(${target} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/support)
   kestrel_set_warnings(${target})
-  gtest_discover_tests(${target} PROPERTIES LABELS "${ARG_LABELS}" DISCOVERY_TIMEOUT 60)
+  # Suites named *Integration* run whole components together (real files,
+  # child processes) and carry the integration label; the rest carry LABELS.
+  gtest_discover_tests(${target} TEST_FILTER "-*Integration*"
+                       PROPERTIES LABELS "${ARG_LABELS}" DISCOVERY_TIMEOUT 60)
+  gtest_discover_tests(${target} TEST_FILTER "*Integration*"
+                       PROPERTIES LABELS integration DISCOVERY_TIMEOUT 60)
 endfunction()
 
 # kestrel_add_benchmark(NAME [DEPS target...]): bench/NAME.cpp with Google Benchmark.

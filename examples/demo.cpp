@@ -2,6 +2,11 @@
 #include <cstdio>
 #include <string>
 
+#include <filesystem>
+
+#include "kestrel/diagnostics/log.hpp"
+#include "kestrel/diagnostics/profiler.hpp"
+#include "kestrel/diagnostics/tracer.hpp"
 #include "kestrel/frame/unicode.hpp"
 #include "kestrel/frame/value.hpp"
 #include "kestrel/runtime/arithmetic.hpp"
@@ -142,6 +147,31 @@ int main() {
   Show("Date2 = Date1 + 1 month", Value::Date(span->Date2()));
   Show("GetIntervalNumber(days)", Value(span->GetIntervalNumber(enTimeSpanIntervalDay)));
   Show("Includes(2/14/2011)", Value(span->Includes(Value::Date(runtime::DateSerial(2011, 2, 14)))));
+
+  Section("Tracing and profiling");
+  {
+    using namespace kestrel::diagnostics;
+    auto log = MakeRef<LogString>();
+    auto profile_path = std::filesystem::temp_directory_path() / "kestrel_demo_profile.txt";
+    auto profile = MakeRef<ProfileDataFile>();
+    profile->OpenFile(profile_path.string());
+    auto profiler = MakeRef<kestrel::diagnostics::Profiler>();
+    profiler->SetData(profile);
+    Tracer tracer;
+    tracer.SetLogTo(log);
+    tracer.SetProfiler(profiler);
+    tracer.SetProfilerOn(true);
+    tracer.TraceIn(u"Load", u"Demo");
+    tracer.TraceIn(u"Parse", u"Demo");
+    tracer.Trace(u"3 records", Info);
+    tracer.TraceOut(u"Parse", u"Demo");
+    tracer.TraceOut(u"Load", u"Demo");
+    std::printf("  trace log:\n%s", ToUtf8(log->Log()).c_str());
+    std::printf("  profile lines (date, ID, parent, ticks in, ticks, name, depth):\n%s",
+                ToUtf8(profile->Data()).c_str());
+    profile->Clear();
+    std::filesystem::remove(profile_path);
+  }
 
   Section("Late binding and the Error class");
   Ref<Object> saved = CreateObject(u"Kestrel.Error");
