@@ -1,10 +1,11 @@
 # Build rules shared by every part of Kestrel: one helper per kind of rule.
 
-# Warnings are errors nowhere (a newer compiler must not break a user's build),
-# but the tree is kept clean under GCC and Clang with these.
+# The tree is kept clean under GCC and Clang with these; the presets make
+# them errors (KESTREL_WARNINGS_AS_ERRORS).
 function(kestrel_set_warnings target)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow
-                                           -Wnon-virtual-dtor -Wno-missing-field-initializers)
+                                           -Wnon-virtual-dtor -Wno-missing-field-initializers
+                                           $<$<BOOL:${KESTREL_WARNINGS_AS_ERRORS}>:-Werror>)
 endfunction()
 
 # Address and undefined-behaviour sanitizers for everything built after this

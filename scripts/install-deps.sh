@@ -5,7 +5,7 @@
 set -euo pipefail
 
 packages=(
-  cmake ninja-build g++ clang pkg-config
+  cmake ninja-build g++ clang libclang-rt-14-dev pkg-config
   libicu-dev
   libgtest-dev libgmock-dev libbenchmark-dev libspdlog-dev
   python3

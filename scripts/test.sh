@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is needed, then builds and runs the whole test suite twice:
-# the default build, then the address + undefined-behaviour sanitizer build.
+# the default build (GCC), then the address + undefined-behaviour sanitizer
+# build (Clang). Both treat warnings as errors.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh

@@ -57,7 +57,10 @@ TEST(StringBuilder, InsertAndRemove) {
       {-1, -1, -5, u"abcd"}, {1, 2, 0, u"ad"},      {4, 0, 0, u"abcd"},
       {3, 2, -9, u"abcd"},   {1, -2, -5, u"abcd"},  {1, INT32_MAX, -6, u"abcd"},
   };
-  for (const auto& [index, length, error, after] : cases) {
+  for (const auto& row : cases) {
+    // Clang 14 cannot capture structured bindings in a lambda: plain copies.
+    const int32_t index = std::get<0>(row), length = std::get<1>(row), error = std::get<2>(row);
+    const char16_t* after = std::get<3>(row);
     SCOPED_TRACE(::testing::Message() << index << " " << length);
     StringBuilder sb;
     sb.Append(u"abcd");
@@ -72,7 +75,8 @@ TEST(StringBuilder, InsertAndRemove) {
   // Chunk 4, "abc" held (capacity 4): one chunk when that makes room, else
   // Append's growth; a chunk of 0 cannot make room.
   const int32_t growth[][3] = {{4, 1, 4}, {4, 2, 8}, {4, 5, 8}, {4, 9, 12}, {0, 2, -6}};
-  for (const auto& [chunk, n, capacity] : growth) {
+  for (const auto& row : growth) {
+    const int32_t chunk = row[0], n = row[1], capacity = row[2];  // capturable copies
     SCOPED_TRACE(n);
     StringBuilder sb;
     sb.SetChunkSize(4);
@@ -106,7 +110,11 @@ TEST(StringBuilder, FindReportsOnlyBelowLengthAndShiftsArgumentsBelowOne) {
   };
   for (size_t i = 0; i < std::size(cases); ++i) {
     SCOPED_TRACE(i);
-    const auto& [content, find, start, compare, result] = cases[i];
+    const auto& [content, find_binding, start_binding, compare_binding, result] = cases[i];
+    // Plain copies: Clang 14 cannot capture structured bindings in a lambda.
+    const auto find = find_binding;
+    const auto start = start_binding;
+    const auto compare = compare_binding;
     StringBuilder sb;
     sb.Append(content);
     EXPECT_EQ(Outcome([&] { return sb.Find(find, start, compare); }), result);
