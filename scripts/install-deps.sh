@@ -6,7 +6,7 @@ set -euo pipefail
 
 packages=(
   cmake ninja-build g++ clang libclang-rt-14-dev pkg-config
-  libicu-dev
+  libicu-dev libssl-dev uuid-dev
   libgtest-dev libgmock-dev libbenchmark-dev libspdlog-dev
   python3
 )
