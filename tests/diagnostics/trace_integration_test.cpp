@@ -60,12 +60,10 @@ class TraceIntegrationTest : public ::testing::Test {
   std::string ProfileBytes() const { return testing::FileBytes(dir_.File("profile.txt")); }
   // TraceIn and TraceOut at a given tick.
   void In(int32_t tick, std::u16string_view name, std::u16string_view module = u"App") {
-    g_tick = tick;
-    tracer_->TraceIn(name, module);
+    g_tick = tick, tracer_->TraceIn(name, module);
   }
   void Out(int32_t tick, std::u16string_view name, std::u16string_view module = u"App") {
-    g_tick = tick;
-    tracer_->TraceOut(name, module);
+    g_tick = tick, tracer_->TraceOut(name, module);
   }
 
   TickSource previous_ticks_ = nullptr;

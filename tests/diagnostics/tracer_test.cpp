@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <vector>
 
 #include "kestrel/diagnostics/log.hpp"
@@ -86,12 +85,7 @@ TEST_F(TracerTest, WritersLayOutTheirLines) {
     std::u16string expected;
   };
   const Case cases[] = {
-      {"nested in, trace, out",
-       [](Tracer& t) { t.TraceIn(u"A"), t.Trace(u"x", Info), t.TraceOut(u"A"); },
-       D + u"0010 0001 >    >>>[A] \n" + D + u"0025 0001       x\n" + D +
-           u"0010 0001 <    <<<[A] \n"},
       {"trace without severity is filtered", [](Tracer& t) { t.Trace(u"m"); }, u""},
-      {"trace 25 at depth 0", [](Tracer& t) { t.Trace(u"m", 25); }, D + u"0025 0000    m\n"},
       {"threshold -1 lets the default through",
        [](Tracer& t) { t.SetLogSeverity(-1), t.Trace(u"m"); }, D + u"0025 0000    m\n"},
       {"below threshold", [](Tracer& t) { t.SetLogSeverity(High), t.Trace(u"m", Info); }, u""},
@@ -115,13 +109,6 @@ TEST_F(TracerTest, WritersLayOutTheirLines) {
        },
        D + u"0000 0000 * Vela Trace Started 03/05/2024 13:02:03\n" + D +
            u"0000 0000 * Vela Trace Finished 03/05/2024 13:02:03\n"},
-      {"jump out unwinds to the match",
-       [](Tracer& t) {
-         t.SetRaiseErrorOnBadStack(false), t.SetLogSeverity(5);
-         t.TraceIn(u"A"), t.TraceIn(u"B"), t.TraceIn(u"C"), t.Clear(), t.TraceOut(u"A");
-       },
-       D + u"0005 0003 <          <<<[C]  : Jump Out Detected\n" + D +
-           u"0005 0002 <       <<<[B]  : Jump Out Detected\n" + D + u"0010 0001 <    <<<[A] \n"},
       {"jump out without a match pops the top, an empty stack nothing",
        [](Tracer& t) {
          t.SetRaiseErrorOnBadStack(false);
@@ -141,16 +128,9 @@ TEST_F(TracerTest, WritersLayOutTheirLines) {
 }
 
 TEST_F(TracerTest, FailuresRaiseTheirNumbers) {
-  try {
-    tracer_->TraceIn(u"A");
-    tracer_->TraceOut(u"X");
-    ADD_FAILURE() << "nothing raised";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), -2147220504);
-    EXPECT_EQ(e.source(), u"Trace");
-    EXPECT_EQ(e.description(), u"Bad Trace : Jump Out Detected");
-  }
-  EXPECT_EQ(tracer_->StackString(), u"A");  // left as it was
+  tracer_->TraceIn(u"A");
+  EXPECT_RAISES(tracer_->TraceOut(u"X"), -2147220504);  // jump out detected
+  EXPECT_EQ(tracer_->StackString(), u"A");              // left as it was
   tracer_->TraceOut(u"A");
   EXPECT_RAISES(tracer_->TraceOut(u"A"), -2147220504);  // empty stack
   EXPECT_RAISES(tracer_->TraceLevel(u"m", 0, 25, -1), 5);

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -38,11 +37,7 @@ TEST(TextFileWriter, WritesExactBytesAndReadsThemBack) {
        Bytes({'a', 'b', 13, 10, 13, 10, 0xE9, 0x80, 13, 10}),
        u"ab\r\n\r\n\u00E9\u20AC\r\n"},
       // A character Windows-1252 lacks is written as "?" and read back so.
-      {"ansi outside the code page",
-       TextEncoding::kAnsi,
-       {u"\u4E2D"},
-       Bytes({'?', 13, 10}),
-       u"?\r\n"},
+      {"ansi outside the code page", TextEncoding::kAnsi, {u"\u4E2D"}, "?\r\n", u"?\r\n"},
       {"utf16",
        TextEncoding::kUtf16,
        {u"a\u20AC", u""},
@@ -66,32 +61,19 @@ TEST(TextFileWriter, WritesExactBytesAndReadsThemBack) {
   }
 }
 
-TEST(TextFileWriter, AppendKeepsOldLinesAndTruncateDropsThem) {
-  struct Case {
-    const char* name;
-    TextEncoding encoding;
-    OpenMode second;
-    std::string bytes;
-  };
-  const Case cases[] = {
-      {"ansi append", TextEncoding::kAnsi, OpenMode::kAppend, "a\r\nb\r\n"},
-      {"ansi truncate", TextEncoding::kAnsi, OpenMode::kTruncate, "b\r\n"},
-      // No second byte-order mark in the middle of an appended UTF-16 file.
-      {"utf16 append", TextEncoding::kUtf16, OpenMode::kAppend,
-       Bytes({0xFF, 0xFE, 'a', 0, 13, 0, 10, 0, 'b', 0, 13, 0, 10, 0})},
-      {"utf16 truncate", TextEncoding::kUtf16, OpenMode::kTruncate,
-       Bytes({0xFF, 0xFE, 'b', 0, 13, 0, 10, 0})},
-  };
+TEST(TextFileWriter, Utf16AppendAddsNoSecondMarkAndTruncateDropsOldLines) {
   TempFolder folder;
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (bool append : {true, false}) {
+    SCOPED_TRACE(append);
     std::string path = folder.File("log.txt");
-    TextFileWriter::Open(path, OpenMode::kTruncate, c.encoding).WriteLine(u"a");
-    auto writer = TextFileWriter::Open(path, c.second, c.encoding);
-    writer.WriteLine(u"b");
-    EXPECT_EQ(FileBytes(path), c.bytes);
+    TextFileWriter::Open(path, OpenMode::kTruncate, TextEncoding::kUtf16).WriteLine(u"a");
+    TextFileWriter::Open(path, append ? OpenMode::kAppend : OpenMode::kTruncate,
+                         TextEncoding::kUtf16)
+        .WriteLine(u"b");
+    EXPECT_EQ(FileBytes(path), Bytes({0xFF, 0xFE}) + (append ? Bytes({'a', 0, 13, 0, 10, 0}) : "") +
+                                   Bytes({'b', 0, 13, 0, 10, 0}));
   }
-  // Appending creates a missing file, with its mark when it is UTF-16.
+  // Appending creates a missing file, with its mark.
   std::string fresh = folder.File("fresh.txt");
   TextFileWriter::Open(fresh, OpenMode::kAppend, TextEncoding::kUtf16).WriteLine(u"x");
   EXPECT_EQ(FileBytes(fresh), Bytes({0xFF, 0xFE, 'x', 0, 13, 0, 10, 0}));
@@ -115,32 +97,16 @@ TEST(TextFile, FailuresRaiseTheFileErrors) {
   TempFolder folder;
   std::string missing_folder = folder.File("no/such/file.txt");
   std::string long_name = folder.File(std::string(300, 'n'));
-  struct Case {
-    const char* name;
-    std::function<void()> call;
-    int32_t number;
+  auto write = [](const std::string& path) {
+    TextFileWriter::Open(path, OpenMode::kAppend, TextEncoding::kAnsi);
   };
-  const Case cases[] = {
-      {"write into a missing folder",
-       [&] { TextFileWriter::Open(missing_folder, OpenMode::kAppend, TextEncoding::kAnsi); },
-       errors::kPathNotFound},
-      {"write to a folder",
-       [&] { TextFileWriter::Open(folder.path(), OpenMode::kTruncate, TextEncoding::kAnsi); },
-       errors::kPathFileAccessError},
-      {"name too long",
-       [&] { TextFileWriter::Open(long_name, OpenMode::kTruncate, TextEncoding::kAnsi); },
-       errors::kBadFileNameOrNumber},
-      {"read a missing file", [&] { ReadAllText(folder.File("none.txt"), TextEncoding::kAnsi); },
-       errors::kFileNotFound},
-      {"read in a missing folder", [&] { ReadAllText(missing_folder, TextEncoding::kAnsi); },
-       errors::kPathNotFound},
-      {"read a folder", [&] { ReadAllText(folder.path(), TextEncoding::kUtf16); },
-       errors::kPathFileAccessError},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_RAISES(c.call(), c.number);
-  }
+  auto read = [](const std::string& path) { ReadAllText(path, TextEncoding::kUtf16); };
+  EXPECT_RAISES(write(missing_folder), errors::kPathNotFound);
+  EXPECT_RAISES(write(folder.path()), errors::kPathFileAccessError);
+  EXPECT_RAISES(write(long_name), errors::kBadFileNameOrNumber);
+  EXPECT_RAISES(read(folder.File("none.txt")), errors::kFileNotFound);
+  EXPECT_RAISES(read(missing_folder), errors::kPathNotFound);
+  EXPECT_RAISES(read(folder.path()), errors::kPathFileAccessError);
 }
 
 TEST(TextFile, AbsolutePathIsLexical) {
