@@ -2,6 +2,8 @@
 // the typed member. Arguments that members write back are passed as the
 // caller's own Values.
 #include <optional>
+#include <string>
+#include <utility>
 
 #include "kestrel/runtime/convert.hpp"
 #include "kestrel/runtime/registry.hpp"
@@ -28,6 +30,11 @@ std::optional<CompareMethod> TrappedCompareArg(Args& a, size_t i) {
 
 Value Nothing(Args& a, size_t i) {
   return a.Has(i) ? a[i] : Value::Nothing();
+}
+
+// An omitted delimiter is the list default ",".
+std::u16string Delimiter(Args& a, size_t i) {
+  return a.Has(i) ? runtime::ToText(a[i]) : std::u16string(u",");
 }
 
 }  // namespace
@@ -120,6 +127,78 @@ const DispatchTable<Utilities>& Utilities::Dispatch() {
                     u.CloneArray(a[0], a[1]);
                     return Value();
                   })
+          // --- text, lists and conversions ---
+          .Method(u"HexToDec", 1, 1,
+                  [](U& u, Args& a) { return Value(u.HexToDec(runtime::ToText(a[0]))); })
+          .Method(u"HexToNumber", 1, 1,
+                  [](U& u, Args& a) { return Value(u.HexToNumber(runtime::ToText(a[0]))); })
+          .Method(u"String2ByteArray", 1, 2,
+                  [](U& u, Args& a) {
+                    std::u16string text = runtime::ToText(a[0]);
+                    int32_t base = a.Has(1) ? runtime::ToLong(a[1]) : 0;
+                    Value bytes = u.String2ByteArray(text, base);
+                    a[0] = Value(std::move(text));
+                    return bytes;
+                  })
+          .Method(u"ByteArray2String", 1, 1,
+                  [](U& u, Args& a) { return Value(u.ByteArray2String(a[0])); })
+          .Method(u"ByteArrayDec2Hex", 1, 1, [](U& u, Args& a) { return u.ByteArrayDec2Hex(a[0]); })
+          .Method(u"String2Date", 1, 1,
+                  [](U& u, Args& a) { return u.String2Date(runtime::ToText(a[0])); })
+          .Method(u"StringAsHex", 1, 1,
+                  [](U& u, Args& a) { return Value(u.StringAsHex(runtime::ToText(a[0]))); })
+          .Method(u"HexAsString", 1, 1,
+                  [](U& u, Args& a) { return Value(u.HexAsString(runtime::ToText(a[0]))); })
+          .Method(u"ParseIn", 1, 1,
+                  [](U& u, Args& a) { return Value(u.ParseIn(runtime::ToText(a[0]))); })
+          .Method(u"ParseOut", 1, 1,
+                  [](U& u, Args& a) { return Value(u.ParseOut(runtime::ToText(a[0]))); })
+          .Method(u"ListMember", 2, 3,
+                  [](U& u, Args& a) {
+                    return Value(u.ListMember(runtime::ToText(a[0]), runtime::ToInteger(a[1]),
+                                              Delimiter(a, 2)));
+                  })
+          .Method(u"ListMemberCount", 1, 2,
+                  [](U& u, Args& a) {
+                    return Value(u.ListMemberCount(runtime::ToText(a[0]), Delimiter(a, 1)));
+                  })
+          .Method(u"IsListMember", 2, 4,
+                  [](U& u, Args& a) {
+                    std::u16string member = runtime::ToText(a[1]);
+                    bool found = u.IsListMember(runtime::ToText(a[0]), member, Delimiter(a, 2),
+                                                CompareArg(a, 3, CompareMethod::kText));
+                    a[1] = Value(std::move(member));
+                    return Value(found);
+                  })
+          .Method(u"CountSubstring", 2, 2,
+                  [](U& u, Args& a) {
+                    return Value(u.CountSubstring(runtime::ToText(a[0]), runtime::ToText(a[1])));
+                  })
+          .Method(u"StartsWith", 2, 4,
+                  [](U& u, Args& a) {
+                    bool ignore_case = !a.Has(2) || runtime::ToBoolean(a[2]);
+                    bool trim_value = a.Has(3) && runtime::ToBoolean(a[3]);
+                    return Value(u.StartsWith(a[0], a[1], ignore_case, trim_value));
+                  })
+          .Method(u"CleanupString", 1, 1,
+                  [](U& u, Args& a) { return Value(u.CleanupString(runtime::ToText(a[0]))); })
+          .Method(u"ConcatenateSeparator", 3, 3,
+                  [](U& u, Args& a) {
+                    return Value(u.ConcatenateSeparator(runtime::ToText(a[0]),
+                                                        runtime::ToBoolean(a[1]), a[2]));
+                  })
+          .Method(u"Concatenate", 1, 1, [](U& u, Args& a) { return Value(u.Concatenate(a[0])); })
+          .Method(u"SortList", 1, 2,
+                  [](U& u, Args& a) {
+                    return Value(u.SortList(runtime::ToText(a[0]), Delimiter(a, 1)));
+                  })
+          .Method(u"MakeList", 1, 2,
+                  [](U& u, Args& a) { return Value(u.MakeList(a[0], Delimiter(a, 1))); })
+          .Method(u"BuildString", 1, kParamArray,
+                  [](U& u, Args& a) { return Value(u.BuildString(a[0], a.Rest(1))); })
+          .Method(u"BuildString2", 1, kParamArray,
+                  [](U& u, Args& a) { return Value(u.BuildString2(a[0], a.Rest(1))); })
+          .Method(u"MD5", 1, 1, [](U& u, Args& a) { return Value(u.MD5(runtime::ToText(a[0]))); })
           .Build();
   return table;
 }

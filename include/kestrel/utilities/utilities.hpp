@@ -25,6 +25,8 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -115,6 +117,77 @@ class KESTREL_API Utilities : public Dispatchable<Utilities> {
   void CloneArray(const Value& source, Value& destination);
 
   // --- text, lists and conversions (members added with their family) -------------
+  // Text is compared in binary unless stated; "character code" is the code
+  // in the Windows-1252 code page (Asc / Chr).
+
+  // "0".."9", "A".."F" / "a".."f" as one character give their value; any
+  // other text, longer ones and "" included, gives 0.
+  int16_t HexToNumber(std::u16string_view i);
+  // The hex digits as a decimal text ("FF" gives "255"); non-digits count as
+  // 0, "" gives "0", large values use the Double text form. Longer than
+  // 32767 characters raises 6.
+  std::u16string HexToDec(std::u16string_view bin_val);
+  // Appends NUL to `value` (written back: the caller's text grows by one),
+  // then its character codes as a Byte array base .. base + Len - 1.
+  Value String2ByteArray(std::u16string& value, int32_t base = 0);
+  // The characters of the bytes, lower to upper bound, minus the last one:
+  // the inverse of String2ByteArray. Never raises; an element that fails is
+  // skipped.
+  std::u16string ByteArray2String(const Value& value);
+  // Each byte's hex text read back as a decimal number (18 gives 12); a hex
+  // text with A-F raises 13. Kept so: clients depend on it.
+  Value ByteArrayDec2Hex(const Value& value);
+  // "d.m.yyyy h:n:s" as a Date; Null unless there are exactly two
+  // space-separated parts; a malformed part counts as 0 (day 0 or midnight).
+  Value String2Date(std::u16string_view value);
+  // Unpadded upper-case hex of each character code: a line feed gives "A".
+  std::u16string StringAsHex(std::u16string_view value);
+  // Pairs of characters through HexToDec back to characters; an odd last
+  // character is ignored. Not the inverse of StringAsHex for codes < 16.
+  std::u16string HexAsString(std::u16string_view value);
+  // Escapes "/" as "//" and control characters (code < 32) as "/&<hex>/".
+  std::u16string ParseIn(std::u16string_view text);
+  // Undoes ParseIn: ParseOut(ParseIn(t)) == t for every text. A "/" without
+  // a closing "/" raises 5, a code that is not hex 13, a code above 255 5.
+  std::u16string ParseOut(std::u16string_view text);
+  // Member `member_number` (from 1, trimmed) of a delimited list; "" beyond
+  // the last. member_number < 1 raises 5; positions past 32767 raise 6.
+  std::u16string ListMember(std::u16string_view list, int16_t member_number,
+                            std::u16string_view delimiter = u",");
+  // 0 for a blank list, else the delimiter count + 1.
+  int32_t ListMemberCount(std::u16string_view list, std::u16string_view delimiter = u",");
+  // Trims `member` (written back), then looks for it among the trimmed
+  // members. An empty list has one empty member.
+  bool IsListMember(std::u16string_view list, std::u16string& member,
+                    std::u16string_view delimiter = u",",
+                    CompareMethod compare = CompareMethod::kText);
+  // Occurrences of string2, overlapping ones included ("aaa" holds "aa"
+  // twice); "" counts once per character. More than 32767 raises 6.
+  int16_t CountSubstring(std::u16string_view string1, std::u16string_view string2);
+  // Whether the text of `value` (trimmed first when trim_value) begins with
+  // the text of `source`; "" always does.
+  bool StartsWith(const Value& value, const Value& source, bool ignore_case = true,
+                  bool trim_value = false);
+  // NULs removed, then leading and trailing spaces.
+  std::u16string CleanupString(std::u16string_view value);
+  // The non-empty texts of elements 0 .. UBound of an array of Values,
+  // trimmed when `trim`, joined by `separator`. Index 0 whatever the lower
+  // bound: a lower bound above 0 raises 9.
+  std::u16string ConcatenateSeparator(std::u16string_view separator, bool trim,
+                                      const Value& value);
+  std::u16string Concatenate(const Value& value);
+  // The untrimmed pieces sorted with QuickSort and joined with MakeList.
+  std::u16string SortList(std::u16string_view list, std::u16string_view delimiter = u",");
+  // Every element's text in storage order (Null and Empty as ""), joined;
+  // a non-array gives its own text.
+  std::u16string MakeList(const Value& values, std::u16string_view delimiter = u",");
+  // "{k}" replaced by the text of values[k].
+  std::u16string BuildString(const Value& pattern, std::span<const Value> values);
+  // Each "name=value" element replaces name by value; an element without
+  // "=" repeats the previous replacement.
+  std::u16string BuildString2(const Value& pattern, std::span<const Value> values);
+  // Lower-case hex MD5 of the Windows-1252 bytes of the text; "" for "".
+  std::u16string MD5(std::u16string_view text);
 
   static const DispatchTable<Utilities>& Dispatch();
 
@@ -236,6 +309,77 @@ inline void CloneArray(const Value& s, Value& d) {
 }
 
 // --- text, lists and conversions (added with their family) ---------------------
+inline int16_t HexToNumber(std::u16string_view i) {
+  return Instance().HexToNumber(i);
+}
+inline std::u16string HexToDec(std::u16string_view v) {
+  return Instance().HexToDec(v);
+}
+inline Value String2ByteArray(std::u16string& v, int32_t base = 0) {
+  return Instance().String2ByteArray(v, base);
+}
+inline std::u16string ByteArray2String(const Value& v) {
+  return Instance().ByteArray2String(v);
+}
+inline Value ByteArrayDec2Hex(const Value& v) {
+  return Instance().ByteArrayDec2Hex(v);
+}
+inline Value String2Date(std::u16string_view v) {
+  return Instance().String2Date(v);
+}
+inline std::u16string StringAsHex(std::u16string_view v) {
+  return Instance().StringAsHex(v);
+}
+inline std::u16string HexAsString(std::u16string_view v) {
+  return Instance().HexAsString(v);
+}
+inline std::u16string ParseIn(std::u16string_view t) {
+  return Instance().ParseIn(t);
+}
+inline std::u16string ParseOut(std::u16string_view t) {
+  return Instance().ParseOut(t);
+}
+inline std::u16string ListMember(std::u16string_view l, int16_t n, std::u16string_view d = u",") {
+  return Instance().ListMember(l, n, d);
+}
+inline int32_t ListMemberCount(std::u16string_view l, std::u16string_view d = u",") {
+  return Instance().ListMemberCount(l, d);
+}
+inline bool IsListMember(std::u16string_view l, std::u16string& m, std::u16string_view d = u",",
+                         CompareMethod c = CompareMethod::kText) {
+  return Instance().IsListMember(l, m, d, c);
+}
+inline int16_t CountSubstring(std::u16string_view a, std::u16string_view b) {
+  return Instance().CountSubstring(a, b);
+}
+inline bool StartsWith(const Value& v, const Value& s, bool ignore_case = true,
+                       bool trim_value = false) {
+  return Instance().StartsWith(v, s, ignore_case, trim_value);
+}
+inline std::u16string CleanupString(std::u16string_view v) {
+  return Instance().CleanupString(v);
+}
+inline std::u16string ConcatenateSeparator(std::u16string_view sep, bool trim, const Value& v) {
+  return Instance().ConcatenateSeparator(sep, trim, v);
+}
+inline std::u16string Concatenate(const Value& v) {
+  return Instance().Concatenate(v);
+}
+inline std::u16string SortList(std::u16string_view l, std::u16string_view d = u",") {
+  return Instance().SortList(l, d);
+}
+inline std::u16string MakeList(const Value& v, std::u16string_view d = u",") {
+  return Instance().MakeList(v, d);
+}
+inline std::u16string BuildString(const Value& pattern, std::initializer_list<Value> values) {
+  return Instance().BuildString(pattern, std::span<const Value>(values.begin(), values.size()));
+}
+inline std::u16string BuildString2(const Value& pattern, std::initializer_list<Value> values) {
+  return Instance().BuildString2(pattern, std::span<const Value>(values.begin(), values.size()));
+}
+inline std::u16string MD5(std::u16string_view t) {
+  return Instance().MD5(t);
+}
 
 namespace detail {
 // The os-release file GetWindowsVersionString reads, process-wide:
