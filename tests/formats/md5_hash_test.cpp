@@ -1,5 +1,6 @@
 #include "kestrel/formats/md5_hash.hpp"
 
+#include <openssl/err.h>
 #include <openssl/evp.h>
 
 #include <cstdio>
@@ -99,6 +100,24 @@ TEST(MD5Hash, MissingFileIsEmptyFolderIsFileErrorAndMembersCallByName) {
   const uint8_t abc[] = {'a', 'b', 'c'};
   EXPECT_EQ(CallByName(md5, u"HashBytes", CallKind::kMethod, {Value::ByteArray(abc)}).string(),
             kAbcDigest);
+}
+
+TEST(MD5Hash, CreationWithoutMD5RaisesWithLibcryptoErrorCode) {
+  // A default property query no provider satisfies makes fetching MD5 fail
+  // with libcrypto's "unsupported" code in the EVP library.
+  ASSERT_EQ(EVP_set_default_properties(nullptr, "provider=kestrel-none"), 1);
+  try {
+    MD5Hash md5;
+    ADD_FAILURE() << "created without MD5";
+  } catch (const RuntimeError& e) {
+    const auto code = static_cast<int32_t>(ERR_PACK(ERR_LIB_EVP, 0, ERR_R_UNSUPPORTED));
+    EXPECT_EQ(e.number(), int32_t(0x8004C352));
+    EXPECT_EQ(e.source(), u"MD5Hash.Class_Initialize");
+    EXPECT_EQ(ToUtf8(e.description()),
+              "Failed to obtain access to CryptoAPI, system error " + std::to_string(code));
+  }
+  EVP_set_default_properties(nullptr, "");
+  EXPECT_EQ(MD5Hash().HashBytes(Value::ByteArray({})), u"D41D8CD98F00B204E9800998ECF8427E");
 }
 
 }  // namespace
