@@ -48,7 +48,7 @@ bool IsDecimalText(const std::u16string& s) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::u16string text(size / 2, u'\0');
-  std::memcpy(text.data(), data, text.size() * 2);
+  if (!text.empty()) std::memcpy(text.data(), data, text.size() * 2);
 
   std::u16string result;
   try {

@@ -15,7 +15,7 @@ using namespace kestrel;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::u16string text(size / 2, u'\0');
-  std::memcpy(text.data(), data, text.size() * 2);
+  if (!text.empty()) std::memcpy(text.data(), data, text.size() * 2);
 
   try {
     (void)utilities::ParseOut(text);
