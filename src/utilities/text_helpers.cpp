@@ -235,11 +235,10 @@ bool Utilities::IsListMember(std::u16string_view list, std::u16string& member,
   member = runtime::Trim(member);
   size_t start = 0;
   for (;;) {
-    const size_t found = delimiter.empty() ? std::u16string_view::npos
-                                           : list.find(delimiter, start);
-    const std::u16string_view piece =
-        list.substr(start, found == std::u16string_view::npos ? std::u16string_view::npos
-                                                              : found - start);
+    const size_t found =
+        delimiter.empty() ? std::u16string_view::npos : list.find(delimiter, start);
+    const std::u16string_view piece = list.substr(
+        start, found == std::u16string_view::npos ? std::u16string_view::npos : found - start);
     if (runtime::StrComp(runtime::Trim(piece), member, compare) == 0) return true;
     if (found == std::u16string_view::npos) return false;
     start = found + delimiter.size();
@@ -354,8 +353,8 @@ std::u16string Utilities::MD5(std::u16string_view text) {
   if (text.empty()) return {};
   const std::string bytes = runtime::ToAnsi(text);
   MD5Hash hash;
-  return runtime::LCase(hash.HashBytes(std::span<const uint8_t>(
-      reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size())));
+  return runtime::LCase(hash.HashBytes(
+      std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size())));
 }
 
 }  // namespace kestrel

@@ -78,12 +78,12 @@ TEST(UtilitiesText, String2Date) {
     double want;  // -1: Null
   } cases[] = {
       {"31.12.2010 23:59:00", day + time},
-      {"2010-12-31 23:59", 0},           // both halves malformed
-      {"x 23:59:00", time},              // a bad date keeps the time
-      {"31.12.2010 noon", day},          // a bad time is midnight
+      {"2010-12-31 23:59", 0},                               // both halves malformed
+      {"x 23:59:00", time},                                  // a bad date keeps the time
+      {"31.12.2010 noon", day},                              // a bad time is midnight
       {"1.13.2010 0:0:0", runtime::DateSerial(2011, 1, 1)},  // month rolls over
       {"31.12.2010", -1},
-      {"31.12.2010  23:59:00", -1},      // three parts
+      {"31.12.2010  23:59:00", -1},  // three parts
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.text);
@@ -146,8 +146,7 @@ TEST(UtilitiesText, Lists) {
 }
 
 TEST(UtilitiesText, JoiningFillingAndHashing) {
-  Check({{"BuildString", u::BuildString(Value(u"{0} of {1}"), {Value(3), Value(7)}),
-          u"3 of 7"},
+  Check({{"BuildString", u::BuildString(Value(u"{0} of {1}"), {Value(3), Value(7)}), u"3 of 7"},
          {"unfilled placeholder", u::BuildString(Value(u"{0}{1}{0}"), {Value(u"x")}), u"x{1}x"},
          {"BuildString2", u::BuildString2(Value(u"Dear NAME"), {Value(u"NAME=Ann=B")}),
           u"Dear Ann=B"},
@@ -170,8 +169,8 @@ TEST(UtilitiesText, JoiningFillingAndHashing) {
 TEST(UtilitiesText, Dispatch) {
   Utilities& shared = GlobalInstance<Utilities>();
   Value args[4] = {Value(u"Red, Green"), Value(u" green ")};
-  EXPECT_TRUE(CallByName(&shared, u"IsListMember", CallKind::kMethod, std::span<Value>(args, 2))
-                  .boolean());
+  EXPECT_TRUE(
+      CallByName(&shared, u"IsListMember", CallKind::kMethod, std::span<Value>(args, 2)).boolean());
   EXPECT_EQ(args[1].string(), u"green");
 
   args[0] = Value(u"AB");
@@ -183,9 +182,9 @@ TEST(UtilitiesText, Dispatch) {
   args[2] = Value(2);
   args[3] = Value(3);
   EXPECT_EQ(CallByName(&shared, u"BuildString", CallKind::kMethod, args).string(), u"321");
-  EXPECT_EQ(CallByName(&shared, u"ListMember", CallKind::kMethod, std::span<Value>(args, 2))
-                .string(),
-            u"{2}{1}{0}");
+  EXPECT_EQ(
+      CallByName(&shared, u"ListMember", CallKind::kMethod, std::span<Value>(args, 2)).string(),
+      u"{2}{1}{0}");
 }
 
 }  // namespace

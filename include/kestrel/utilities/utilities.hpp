@@ -173,8 +173,7 @@ class KESTREL_API Utilities : public Dispatchable<Utilities> {
   // The non-empty texts of elements 0 .. UBound of an array of Values,
   // trimmed when `trim`, joined by `separator`. Index 0 whatever the lower
   // bound: a lower bound above 0 raises 9.
-  std::u16string ConcatenateSeparator(std::u16string_view separator, bool trim,
-                                      const Value& value);
+  std::u16string ConcatenateSeparator(std::u16string_view separator, bool trim, const Value& value);
   std::u16string Concatenate(const Value& value);
   // The untrimmed pieces sorted with QuickSort and joined with MakeList.
   std::u16string SortList(std::u16string_view list, std::u16string_view delimiter = u",");
