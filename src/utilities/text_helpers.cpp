@@ -8,6 +8,7 @@
 // pad, ByteArrayDec2Hex reads hex digits as decimal ones, String2Date turns
 // a malformed half into 0 rather than failing.
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <span>
@@ -215,10 +216,14 @@ std::u16string Utilities::ListMember(std::u16string_view list, int16_t member_nu
   const int32_t step = static_cast<int32_t>(delimiter.size());
   int32_t start = 1;
   for (int32_t k = 1;; ++k) {
-    const int32_t found = CheckedInteger(runtime::InStr(start, list, delimiter));
+    // InStr(start, list, delimiter) in binary mode, written inline: a walk
+    // over a list calls this once per member it passes.
+    const size_t at = list.find(delimiter, size_t(start - 1));
+    const int32_t found =
+        at == std::u16string_view::npos ? 0 : CheckedInteger(int32_t(std::min<size_t>(at, 65535)) + 1);
     if (k == member_number) {
-      return runtime::Trim(found == 0 ? runtime::Mid(list, start)
-                                      : runtime::Mid(list, start, found - start));
+      const size_t from = size_t(start - 1);
+      return runtime::Trim(found == 0 ? list.substr(from) : list.substr(from, size_t(found - start)));
     }
     if (found == 0) return {};
     start = CheckedInteger(found + step);
@@ -304,7 +309,10 @@ std::u16string Utilities::Concatenate(const Value& value) {
 std::u16string Utilities::BuildString(const Value& pattern, std::span<const Value> values) {
   std::u16string out = runtime::ToText(pattern);
   for (size_t k = 0; k < values.size(); ++k) {
-    const std::u16string placeholder = u"{" + runtime::DoubleToText(double(k)) + u"}";
+    // Built by appending: GCC 12 misreads `u"{" + text + u"}"` at -O3 as an
+    // overlapping copy (-Wrestrict).
+    std::u16string placeholder(u"{");
+    placeholder.append(runtime::DoubleToText(double(k))).append(u"}");
     out = runtime::Replace(out, placeholder, runtime::ToText(values[k]));
   }
   return out;
