@@ -7,6 +7,7 @@
 #include "kestrel/diagnostics/log.hpp"
 #include "kestrel/diagnostics/profiler.hpp"
 #include "kestrel/diagnostics/tracer.hpp"
+#include "kestrel/formats/md5_hash.hpp"
 #include "kestrel/frame/unicode.hpp"
 #include "kestrel/frame/value.hpp"
 #include "kestrel/runtime/arithmetic.hpp"
@@ -23,6 +24,7 @@
 #include "kestrel/containers/stack.hpp"
 #include "kestrel/containers/string_builder.hpp"
 #include "kestrel/time/time_interval.hpp"
+#include "kestrel/utilities/guid_generator.hpp"
 #include "kestrel/utilities/utilities.hpp"
 
 using namespace kestrel;
@@ -172,6 +174,21 @@ int main() {
     profile->Clear();
     std::filesystem::remove(profile_path);
   }
+
+  Section("Text, lists, digests and GUIDs");
+  Show("ListMember(\"a, b ,c\", 2)", Value(utilities::ListMember(u"a, b ,c", 2)));
+  Show("BuildString(\"{0} of {1}\", 3, 7)",
+       Value(utilities::BuildString(Value(u"{0} of {1}"), {Value(3), Value(7)})));
+  Show("ParseIn(\"a/b<TAB>c\")", Value(utilities::Instance().ParseIn(u"a/b\tc")));
+  Show("HexToDec(\"FFFF\")", Value(utilities::Instance().HexToDec(u"FFFF")));
+  Show("MD5(\"abc\") (lower case)", Value(utilities::MD5(u"abc")));
+  {
+    // Hash this program's own file, as HashFile reads any file: in 16 KiB blocks.
+    auto hasher = MakeRef<MD5Hash>();
+    Show("MD5Hash.HashFile(/proc/self/exe)",
+         Value(hasher->HashFile(std::filesystem::read_symlink("/proc/self/exe").string())));
+  }
+  Show("GUIDGenerator.GenerateGUID", Value(GlobalInstance<GUIDGenerator>().GenerateGUID()));
 
   Section("Late binding and the Error class");
   Ref<Object> saved = CreateObject(u"Kestrel.Error");
