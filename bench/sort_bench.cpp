@@ -18,6 +18,7 @@ namespace {
 
 using kestrel::Ordering;
 using kestrel::Value;
+using kestrel::bench::StdSortCopies;
 
 const std::vector<double>& Doubles() { return kestrel::bench::RandomDoubles(); }
 const std::vector<std::u16string>& Strings() { return kestrel::bench::RandomStrings(); }
@@ -52,18 +53,6 @@ void SortWithUtilities(benchmark::State& state, const std::vector<T>& plain, Mem
   state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(plain.size()));
 }
 
-template <class Vector, class Less>
-void StdSort(benchmark::State& state, const Vector& data, Less less) {
-  for (auto _ : state) {
-    state.PauseTiming();
-    Vector copy(data);
-    state.ResumeTiming();
-    std::sort(copy.begin(), copy.end(), less);
-    benchmark::DoNotOptimize(copy.data());
-  }
-  state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(data.size()));
-}
-
 void SQuickDoubles(benchmark::State& s) {
   SortWithUtilities(s, Doubles(), Member::kSQuickSort);
 }
@@ -77,16 +66,16 @@ void QuickStrings(benchmark::State& s) {
   SortWithUtilities(s, Strings(), Member::kQuickSort);
 }
 void StdValueDoubles(benchmark::State& s) {
-  StdSort(s, AsValues(Doubles()), ValueLess());
+  StdSortCopies(s, AsValues(Doubles()), ValueLess());
 }
 void StdValueStrings(benchmark::State& s) {
-  StdSort(s, AsValues(Strings()), ValueLess());
+  StdSortCopies(s, AsValues(Strings()), ValueLess());
 }
 void StdPlainDoubles(benchmark::State& s) {
-  StdSort(s, Doubles(), std::less<>());
+  StdSortCopies(s, Doubles(), std::less<>());
 }
 void StdPlainStrings(benchmark::State& s) {
-  StdSort(s, Strings(), std::less<>());
+  StdSortCopies(s, Strings(), std::less<>());
 }
 
 // Each case pairs one Kestrel run with one baseline, so a Kestrel sort

@@ -15,6 +15,7 @@ namespace {
 
 using kestrel::Ordering;
 using kestrel::Value;
+using kestrel::bench::StdSortCopies;
 
 const std::vector<double>& Doubles() { return kestrel::bench::RandomDoubles(); }
 const std::vector<std::u16string>& Strings() { return kestrel::bench::RandomStrings(); }
@@ -62,22 +63,10 @@ void CompareStringsStd(benchmark::State& s) { CompareAll(s, Strings(), std::less
 
 // --- sorting -----------------------------------------------------------------
 
-template <class Vector, class Less>
-void Sort(benchmark::State& state, const Vector& data, Less less) {
-  for (auto _ : state) {
-    state.PauseTiming();
-    Vector copy(data);
-    state.ResumeTiming();
-    std::sort(copy.begin(), copy.end(), less);
-    benchmark::DoNotOptimize(copy.data());
-  }
-  state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(data.size()));
-}
-
-void SortDoublesKestrel(benchmark::State& s) { Sort(s, AsValues(Doubles()), ValueLess()); }
-void SortDoublesStd(benchmark::State& s) { Sort(s, Doubles(), std::less<>()); }
-void SortStringsKestrel(benchmark::State& s) { Sort(s, AsValues(Strings()), ValueLess()); }
-void SortStringsStd(benchmark::State& s) { Sort(s, Strings(), std::less<>()); }
+void SortDoublesKestrel(benchmark::State& s) { StdSortCopies(s, AsValues(Doubles()), ValueLess()); }
+void SortDoublesStd(benchmark::State& s) { StdSortCopies(s, Doubles(), std::less<>()); }
+void SortStringsKestrel(benchmark::State& s) { StdSortCopies(s, AsValues(Strings()), ValueLess()); }
+void SortStringsStd(benchmark::State& s) { StdSortCopies(s, Strings(), std::less<>()); }
 
 }  // namespace
 
