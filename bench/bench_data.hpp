@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "kestrel/frame/value.hpp"
+
 namespace kestrel::bench {
 
 inline constexpr size_t kMillion = 1'000'000;
@@ -41,6 +43,13 @@ inline const std::vector<std::u16string>& RandomStrings() {
     return v;
   }();
   return data;
+}
+
+// The same data as Values, made once per element type.
+template <class T>
+const std::vector<Value>& AsValues(const std::vector<T>& plain) {
+  static const std::vector<Value> values(plain.begin(), plain.end());
+  return values;
 }
 
 // Times std::sort of a fresh copy of `data` per iteration (the copy is not

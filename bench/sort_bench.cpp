@@ -8,26 +8,20 @@
 #include <string>
 #include <vector>
 
+#include "bench_data.hpp"
 #include "kestrel/frame/value.hpp"
 #include "kestrel/runtime/compare.hpp"
 #include "kestrel/utilities/utilities.hpp"
-#include "bench_data.hpp"
 #include "ratio_reporter.hpp"
 
 namespace {
 
 using kestrel::Ordering;
 using kestrel::Value;
+using kestrel::bench::AsValues;
+using kestrel::bench::RandomDoubles;
+using kestrel::bench::RandomStrings;
 using kestrel::bench::StdSortCopies;
-
-const std::vector<double>& Doubles() { return kestrel::bench::RandomDoubles(); }
-const std::vector<std::u16string>& Strings() { return kestrel::bench::RandomStrings(); }
-
-template <class T>
-const std::vector<Value>& AsValues(const std::vector<T>& plain) {
-  static const std::vector<Value> values(plain.begin(), plain.end());
-  return values;
-}
 
 // The comparison both sides use: the runtime's, as the sorts call it.
 using ValueLess = kestrel::runtime::LessThan;
@@ -54,28 +48,28 @@ void SortWithUtilities(benchmark::State& state, const std::vector<T>& plain, Mem
 }
 
 void SQuickDoubles(benchmark::State& s) {
-  SortWithUtilities(s, Doubles(), Member::kSQuickSort);
+  SortWithUtilities(s, RandomDoubles(), Member::kSQuickSort);
 }
 void SQuickStrings(benchmark::State& s) {
-  SortWithUtilities(s, Strings(), Member::kSQuickSort);
+  SortWithUtilities(s, RandomStrings(), Member::kSQuickSort);
 }
 void QuickDoubles(benchmark::State& s) {
-  SortWithUtilities(s, Doubles(), Member::kQuickSort);
+  SortWithUtilities(s, RandomDoubles(), Member::kQuickSort);
 }
 void QuickStrings(benchmark::State& s) {
-  SortWithUtilities(s, Strings(), Member::kQuickSort);
+  SortWithUtilities(s, RandomStrings(), Member::kQuickSort);
 }
 void StdValueDoubles(benchmark::State& s) {
-  StdSortCopies(s, AsValues(Doubles()), ValueLess());
+  StdSortCopies(s, AsValues(RandomDoubles()), ValueLess());
 }
 void StdValueStrings(benchmark::State& s) {
-  StdSortCopies(s, AsValues(Strings()), ValueLess());
+  StdSortCopies(s, AsValues(RandomStrings()), ValueLess());
 }
 void StdPlainDoubles(benchmark::State& s) {
-  StdSortCopies(s, Doubles(), std::less<>());
+  StdSortCopies(s, RandomDoubles(), std::less<>());
 }
 void StdPlainStrings(benchmark::State& s) {
-  StdSortCopies(s, Strings(), std::less<>());
+  StdSortCopies(s, RandomStrings(), std::less<>());
 }
 
 // Each case pairs one Kestrel run with one baseline, so a Kestrel sort

@@ -6,24 +6,19 @@
 #include <string>
 #include <vector>
 
+#include "bench_data.hpp"
 #include "kestrel/frame/value.hpp"
 #include "kestrel/runtime/compare.hpp"
-#include "bench_data.hpp"
 #include "ratio_reporter.hpp"
 
 namespace {
 
 using kestrel::Ordering;
 using kestrel::Value;
+using kestrel::bench::AsValues;
+using kestrel::bench::RandomDoubles;
+using kestrel::bench::RandomStrings;
 using kestrel::bench::StdSortCopies;
-
-const std::vector<double>& Doubles() { return kestrel::bench::RandomDoubles(); }
-const std::vector<std::u16string>& Strings() { return kestrel::bench::RandomStrings(); }
-
-template <class T>
-std::vector<Value> AsValues(const std::vector<T>& plain) {
-  return std::vector<Value>(plain.begin(), plain.end());
-}
 
 // The library's ordering predicate, a function object as std::less<> is.
 using ValueLess = kestrel::runtime::LessThan;
@@ -39,10 +34,18 @@ void Copy(benchmark::State& state, const Vector& source) {
   state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(source.size()));
 }
 
-void CopyDoublesKestrel(benchmark::State& s) { Copy(s, AsValues(Doubles())); }
-void CopyDoublesStd(benchmark::State& s) { Copy(s, Doubles()); }
-void CopyStringsKestrel(benchmark::State& s) { Copy(s, AsValues(Strings())); }
-void CopyStringsStd(benchmark::State& s) { Copy(s, Strings()); }
+void CopyDoublesKestrel(benchmark::State& s) {
+  Copy(s, AsValues(RandomDoubles()));
+}
+void CopyDoublesStd(benchmark::State& s) {
+  Copy(s, RandomDoubles());
+}
+void CopyStringsKestrel(benchmark::State& s) {
+  Copy(s, AsValues(RandomStrings()));
+}
+void CopyStringsStd(benchmark::State& s) {
+  Copy(s, RandomStrings());
+}
 
 // --- comparing neighbours ----------------------------------------------------
 
@@ -56,17 +59,33 @@ void CompareAll(benchmark::State& state, const Vector& data, Less less) {
   state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(data.size() - 1));
 }
 
-void CompareDoublesKestrel(benchmark::State& s) { CompareAll(s, AsValues(Doubles()), ValueLess()); }
-void CompareDoublesStd(benchmark::State& s) { CompareAll(s, Doubles(), std::less<>()); }
-void CompareStringsKestrel(benchmark::State& s) { CompareAll(s, AsValues(Strings()), ValueLess()); }
-void CompareStringsStd(benchmark::State& s) { CompareAll(s, Strings(), std::less<>()); }
+void CompareDoublesKestrel(benchmark::State& s) {
+  CompareAll(s, AsValues(RandomDoubles()), ValueLess());
+}
+void CompareDoublesStd(benchmark::State& s) {
+  CompareAll(s, RandomDoubles(), std::less<>());
+}
+void CompareStringsKestrel(benchmark::State& s) {
+  CompareAll(s, AsValues(RandomStrings()), ValueLess());
+}
+void CompareStringsStd(benchmark::State& s) {
+  CompareAll(s, RandomStrings(), std::less<>());
+}
 
 // --- sorting -----------------------------------------------------------------
 
-void SortDoublesKestrel(benchmark::State& s) { StdSortCopies(s, AsValues(Doubles()), ValueLess()); }
-void SortDoublesStd(benchmark::State& s) { StdSortCopies(s, Doubles(), std::less<>()); }
-void SortStringsKestrel(benchmark::State& s) { StdSortCopies(s, AsValues(Strings()), ValueLess()); }
-void SortStringsStd(benchmark::State& s) { StdSortCopies(s, Strings(), std::less<>()); }
+void SortDoublesKestrel(benchmark::State& s) {
+  StdSortCopies(s, AsValues(RandomDoubles()), ValueLess());
+}
+void SortDoublesStd(benchmark::State& s) {
+  StdSortCopies(s, RandomDoubles(), std::less<>());
+}
+void SortStringsKestrel(benchmark::State& s) {
+  StdSortCopies(s, AsValues(RandomStrings()), ValueLess());
+}
+void SortStringsStd(benchmark::State& s) {
+  StdSortCopies(s, RandomStrings(), std::less<>());
+}
 
 }  // namespace
 

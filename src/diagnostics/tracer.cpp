@@ -220,13 +220,20 @@ bool Tracer::TraceFinish() {
   return WriteLine(line);
 }
 
+namespace {
+// -1 stands for the default level; the caller's variable receives the level
+// actually used.
+void ApplyDefaultSeverity(int32_t& severity, int32_t default_level, TraceWriteBack* written) {
+  if (severity != Tracer::kUseDefault) return;
+  severity = default_level;
+  if (written) written->severity = severity;
+}
+}  // namespace
+
 bool Tracer::TraceLevel(std::u16string_view msg, int32_t level, int32_t severity, int16_t offset,
                         TraceWriteBack* written) {
   if (!trace_on_) return false;
-  if (severity == kUseDefault) {
-    severity = default_trace_level_;
-    if (written) written->severity = severity;
-  }
+  ApplyDefaultSeverity(severity, default_trace_level_, written);
   if (severity < log_severity_) return false;
   marker_ = u'*';
   return WriteMessage(msg, {}, severity, level, offset, nullptr);
@@ -235,10 +242,7 @@ bool Tracer::TraceLevel(std::u16string_view msg, int32_t level, int32_t severity
 bool Tracer::Trace(std::u16string_view msg, int32_t severity, TraceWriteBack* written) {
   // The threshold sees the severity as passed; the default comes after.
   if (!trace_on_ || severity < log_severity_) return false;
-  if (severity == kUseDefault) {
-    severity = default_trace_level_;
-    if (written) written->severity = severity;
-  }
+  ApplyDefaultSeverity(severity, default_trace_level_, written);
   marker_ = u' ';
   return WriteMessage(msg, {}, severity, stack_->Count(), 1, nullptr);
 }
@@ -252,10 +256,7 @@ bool Tracer::TraceIn(std::u16string_view method_name, std::u16string_view module
   }
   bool result = false;
   if (trace_in_out_on_) {
-    if (severity == kUseDefault) {
-      severity = default_in_out_level_;
-      if (written) written->severity = severity;
-    }
+    ApplyDefaultSeverity(severity, default_in_out_level_, written);
     stack_->Add(Value(name));
     if (severity >= log_severity_) {
       marker_ = u'>';
@@ -276,10 +277,7 @@ bool Tracer::TraceOut(std::u16string_view method_name, std::u16string_view modul
   }
   bool result = false;
   if (trace_in_out_on_) {
-    if (severity == kUseDefault) {
-      severity = default_in_out_level_;
-      if (written) written->severity = severity;
-    }
+    ApplyDefaultSeverity(severity, default_in_out_level_, written);
     marker_ = u'<';
     if (stack_->Count() == 0) {
       // An exit with nothing open: an error, or silently nothing to log.

@@ -94,15 +94,11 @@ double AsDouble(const Value& v) {
   }
 }
 
-// The first steps every binary operator shares: true with `out` set when the
-// result is already known (Null).
-bool Prelude(Cls ca, Cls cb, Value& out) {
+// The first step every binary operator shares: unusable kinds raise 13;
+// true when either side is Null, which makes the result Null.
+bool Prelude(Cls ca, Cls cb) {
   if (ca == Cls::kInvalid || cb == Cls::kInvalid) TypeMismatch();
-  if (ca == Cls::kNull || cb == Cls::kNull) {
-    out = Value::Null();
-    return true;
-  }
-  return false;
+  return ca == Cls::kNull || cb == Cls::kNull;
 }
 
 Value MakeDate(double serial) {
@@ -220,8 +216,7 @@ int64_t IntegerOperand(const Value& v, Cls c, Cls kind) {
 Value Add(const Value& a, const Value& b) {
   const Cls ca = Classify(a);
   const Cls cb = Classify(b);
-  Value out;
-  if (Prelude(ca, cb, out)) return out;
+  if (Prelude(ca, cb)) return Value::Null();
   if (ca == Cls::kString || cb == Cls::kString) {
     if (ca == Cls::kString && cb == Cls::kString) {
       const std::u16string_view x = a.string();
@@ -241,24 +236,21 @@ Value Add(const Value& a, const Value& b) {
 Value Subtract(const Value& a, const Value& b) {
   const Cls ca = Classify(a);
   const Cls cb = Classify(b);
-  Value out;
-  if (Prelude(ca, cb, out)) return out;
+  if (Prelude(ca, cb)) return Value::Null();
   return Arithmetic(a, b, ca, cb, Op::kSubtract);
 }
 
 Value Multiply(const Value& a, const Value& b) {
   const Cls ca = Classify(a);
   const Cls cb = Classify(b);
-  Value out;
-  if (Prelude(ca, cb, out)) return out;
+  if (Prelude(ca, cb)) return Value::Null();
   return Arithmetic(a, b, ca, cb, Op::kMultiply);
 }
 
 Value Divide(const Value& a, const Value& b) {
   const Cls ca = Classify(a);
   const Cls cb = Classify(b);
-  Value out;
-  if (Prelude(ca, cb, out)) return out;
+  if (Prelude(ca, cb)) return Value::Null();
   // Single only when a Single meets nothing wider than an Integer.
   const bool single = (ca == Cls::kSingle || cb == Cls::kSingle) &&
                       (ca <= Cls::kInteger || ca == Cls::kSingle) &&
@@ -273,8 +265,7 @@ Value Divide(const Value& a, const Value& b) {
 Value IntDivide(const Value& a, const Value& b) {
   const Cls ca = Classify(a);
   const Cls cb = Classify(b);
-  Value out;
-  if (Prelude(ca, cb, out)) return out;
+  if (Prelude(ca, cb)) return Value::Null();
   const Cls kind = IntegerOpKind(ca, cb);
   const int64_t x = IntegerOperand(a, ca, kind);
   const int64_t y = IntegerOperand(b, cb, kind);
@@ -296,8 +287,7 @@ Value IntDivide(const Value& a, const Value& b) {
 Value Mod(const Value& a, const Value& b) {
   const Cls ca = Classify(a);
   const Cls cb = Classify(b);
-  Value out;
-  if (Prelude(ca, cb, out)) return out;
+  if (Prelude(ca, cb)) return Value::Null();
   const Cls kind = IntegerOpKind(ca, cb);
   const int64_t x = IntegerOperand(a, ca, kind);
   const int64_t y = IntegerOperand(b, cb, kind);
@@ -315,8 +305,7 @@ Value Mod(const Value& a, const Value& b) {
 Value Power(const Value& a, const Value& b) {
   const Cls ca = Classify(a);
   const Cls cb = Classify(b);
-  Value out;
-  if (Prelude(ca, cb, out)) return out;
+  if (Prelude(ca, cb)) return Value::Null();
   const double x = AsDouble(a);
   const double y = AsDouble(b);
   // No real result: a negative base with a fractional exponent, or 0 to a
