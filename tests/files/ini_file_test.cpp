@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <string>
@@ -77,6 +78,8 @@ TEST_F(IniFileTest, WritesReadsAndRemovesValues) {
   EXPECT_TRUE(ini_.SetValue(u"s", u"long", u"abcdef"));
   EXPECT_EQ(FileBytes(path_), "[s]\r\nk=v\r\nempty=\r\nsentinel=\x01\r\nlong=abcdef\r\n");
   EXPECT_TRUE(ini_.FileExists());
+  EXPECT_TRUE(ini_.SetValue(u"q", u"\x01", u"1"));
+  EXPECT_TRUE(ini_.SetValue(u"q", u"b", u"2"));
 
   EXPECT_EQ(ini_.GetValue(u"S", u"K"), u"v");
   EXPECT_EQ(ini_.GetValue(u"s", u"absent", Value(u"dflt")), u"dflt");
@@ -88,9 +91,17 @@ TEST_F(IniFileTest, WritesReadsAndRemovesValues) {
     const char16_t* key;  // nullptr: SectionExists
     bool exists;
   } probes[] = {
-      {u"s", u"k", true},         {u"s", u"empty", true},   {u"s", u"long", true},
-      {u"s", u"sentinel", false}, {u"s", u"absent", false}, {u"x", u"k", false},
-      {u"S", nullptr, true},      {u"x", nullptr, false},
+      {u"s", u"k", true},
+      {u"s", u"empty", true},
+      {u"s", u"long", true},
+      {u"s", u"sentinel", false},
+      {u"s", u"absent", false},
+      {u"x", u"k", false},
+      {u"S", nullptr, true},
+      {u"x", nullptr, false},
+      // The probe's short buffer cuts the key list to its first name, here
+      // the sentinel itself.
+      {u"q", nullptr, false},
   };
   for (const auto& p : probes) {
     SCOPED_TRACE(ToUtf8(p.section) + "/" + (p.key ? ToUtf8(p.key) : "(section)"));
@@ -103,7 +114,7 @@ TEST_F(IniFileTest, WritesReadsAndRemovesValues) {
   EXPECT_TRUE(ini_.RemoveKey(u"s", u"k").boolean());
   EXPECT_FALSE(ini_.KeyExists(u"s", u"k"));
   EXPECT_TRUE(ini_.RemoveSection(u"s"));
-  EXPECT_EQ(FileBytes(path_), "[new]\r\n");
+  EXPECT_EQ(FileBytes(path_), "[q]\r\n\x01=1\r\nb=2\r\n[new]\r\n");
 }
 
 TEST_F(IniFileTest, ListsSectionsKeysAndSectionText) {
@@ -152,7 +163,6 @@ TEST_F(IniFileTest, BufferSizeThatCannotGrowRaises5) {
   for (int32_t size : {0, -1}) {
     SCOPED_TRACE(size);
     ini_.SetBufferSize(size);
-    EXPECT_EQ(ini_.BufferSize(), size);
     EXPECT_RAISES(ini_.GetValue(u"s", u"k"), 5);
     EXPECT_RAISES(ini_.GetSection(u"s"), 5);
     EXPECT_RAISES(ini_.GetSections(), 5);
@@ -250,6 +260,25 @@ class FailSecondRename : public AtomicWriteSteps {
   int renames = 0;
 };
 
+TEST_F(IniFileTest, EveryPairIsAttemptedAfterAFailedWrite) {
+  const std::function<bool()> writes[] = {
+      [&] {
+        return ini_.SetValuesArray(u"c", Arr({u"1", u"2", u"3"}), Arr({u"x", u"y", u"z"}));
+      },
+      [&] {
+        return ini_.SetKeyValuesArray(
+            u"c", Table({{u"1", u"x"}, {u"2", u"y"}, {u"3", u"z"}}, {0, 2}, {0, 1}));
+      },
+  };
+  for (const auto& write : writes) {
+    std::filesystem::remove(path_);
+    FailSecondRename steps;
+    ScopedAtomicWriteSteps guard(steps);
+    EXPECT_FALSE(write());
+    EXPECT_EQ(FileBytes(path_), "[c]\r\n1=x\r\n3=z\r\n");
+  }
+}
+
 TEST_F(IniFileTest, FailedSectionWriteRestoresTheOldSection) {
   const std::string original = "[b]\r\nx=1\r\n[a]\r\nold=1\r\nmore=2\r\n";
   const std::function<bool()> replacements[] = {
@@ -272,11 +301,9 @@ TEST_F(IniFileTest, WritesIntoAMissingFolderFail) {
   ini_.SetFileName(FromUtf8(folder_.File("missing/t.ini")));
   EXPECT_FALSE(ini_.SetValue(u"s", u"k", u"v"));
   EXPECT_TRUE(ini_.SetSection(u"s", u"k=v\0"s).IsEmpty());
-  EXPECT_TRUE(ini_.AddSection(u"s").IsEmpty());
   EXPECT_TRUE(ini_.RemoveKey(u"s", u"k").IsEmpty());
   EXPECT_FALSE(ini_.SetValuesArray(u"s", Arr({u"a", u"b"}), Arr({u"1", u"2"})));
   EXPECT_EQ(ini_.GetValue(u"s", u"k", Value(u"d")), u"d");
-  EXPECT_FALSE(ini_.FileExists());
 }
 
 TEST_F(IniFileTest, SentinelAndDefaultCannotBeChanged) {
@@ -321,10 +348,6 @@ TEST_F(IniFileTest, LateBoundCallsWriteBackByReference) {
           .boolean());
   EXPECT_EQ(CallByName(ini, u"GetValue", CallKind::kMethod, {Value(u"s"), Value(u"x")}).string(),
             u"");
-  EXPECT_EQ(
-      CallByName(ini, u"GetValue", CallKind::kMethod, {Value(u"s"), Value(u"x"), Value::Missing()})
-          .string(),
-      u"");
   EXPECT_RAISES(CallByName(ini, u"DefaultValue", CallKind::kLet, {Value(u"x")}), 28);
 
   Value arrays[] = {Value(u"s"), Value(), Value()};
