@@ -32,6 +32,26 @@ void WriteAll(int fd, const char* bytes, size_t size) {
   }
 }
 
+// A writer killed inside write(2) can leave part of its line: the kernel
+// stops a write to a regular file at a page boundary once SIGKILL is
+// pending. The line never completed, so nothing promised is lost, but the
+// next line must not be glued to the fragment: end it first. A UTF-16 file
+// cut after an odd byte is first realigned to whole code units.
+void StartOnFreshLine(int fd, off_t size, TextEncoding encoding) {
+  char tail[2] = {};
+  const size_t want = size >= 2 ? 2 : 1;
+  if (::pread(fd, tail, want, size - off_t(want)) != ssize_t(want)) return;
+  if (encoding == TextEncoding::kAnsi) {
+    if (tail[want - 1] != '\n') WriteAll(fd, "\r\n", 2);
+    return;
+  }
+  if (size % 2 != 0) {
+    WriteAll(fd, "\0\r\0\n\0", 5);
+  } else if (tail[0] != '\n' || tail[1] != '\0') {
+    WriteAll(fd, "\r\0\n\0", 4);
+  }
+}
+
 void AppendUtf16Le(std::string& out, std::u16string_view text) {
   for (char16_t unit : text) {
     out.push_back(char(unit & 0xFF));
@@ -80,22 +100,33 @@ void RaiseFileError(int errno_value) {
 }
 
 TextFileWriter TextFileWriter::Open(const std::string& path, OpenMode mode, TextEncoding encoding) {
-  int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC;
+  int flags = O_CREAT | O_APPEND | O_CLOEXEC;
   if (mode == OpenMode::kTruncate) flags |= O_TRUNC;
-  int fd;
-  do {
-    fd = ::open(path.c_str(), flags, 0644);
-  } while (fd < 0 && errno == EINTR);
+  // Appending reads the file's last bytes (StartOnFreshLine); a file we may
+  // write but not read is still appended to, without that check.
+  int fd = -1;
+  if (mode == OpenMode::kAppend) {
+    do {
+      fd = ::open(path.c_str(), flags | O_RDWR, 0644);
+    } while (fd < 0 && errno == EINTR);
+  }
+  if (fd < 0 && (mode == OpenMode::kTruncate || errno == EACCES)) {
+    do {
+      fd = ::open(path.c_str(), flags | O_WRONLY, 0644);
+    } while (fd < 0 && errno == EINTR);
+  }
   if (fd < 0) RaiseFileError(errno);
 
   TextFileWriter writer;
   writer.fd_ = fd;  // owned from here: a failure below closes it
   writer.path_ = path;
   writer.encoding_ = encoding;
-  if (encoding == TextEncoding::kUtf16) {
-    struct stat st;
-    if (::fstat(fd, &st) != 0) RaiseFileError(errno);
-    if (st.st_size == 0) WriteAll(fd, kUtf16Bom, sizeof kUtf16Bom);
+  struct stat st;
+  if (::fstat(fd, &st) != 0) RaiseFileError(errno);
+  if (st.st_size == 0) {
+    if (encoding == TextEncoding::kUtf16) WriteAll(fd, kUtf16Bom, sizeof kUtf16Bom);
+  } else if (mode == OpenMode::kAppend) {
+    StartOnFreshLine(fd, st.st_size, encoding);
   }
   return writer;
 }

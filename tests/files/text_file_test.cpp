@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -77,6 +78,30 @@ TEST(TextFileWriter, Utf16AppendAddsNoSecondMarkAndTruncateDropsOldLines) {
   std::string fresh = folder.File("fresh.txt");
   TextFileWriter::Open(fresh, OpenMode::kAppend, TextEncoding::kUtf16).WriteLine(u"x");
   EXPECT_EQ(FileBytes(fresh), Bytes({0xFF, 0xFE, 'x', 0, 13, 0, 10, 0}));
+}
+
+TEST(TextFileWriter, AppendingEndsALineCutShortFirst) {
+  struct Case {
+    const char* what;
+    TextEncoding encoding;
+    std::string before, after;
+  };
+  const Case cases[] = {
+      {"ansi, cut", TextEncoding::kAnsi, "ab\r\nc", "ab\r\nc\r\nx\r\n"},
+      {"ansi, whole", TextEncoding::kAnsi, "ab\r\n", "ab\r\nx\r\n"},
+      {"utf-16, cut after a unit", TextEncoding::kUtf16, Bytes({0xFF, 0xFE, 'c', 0}),
+       Bytes({0xFF, 0xFE, 'c', 0, 13, 0, 10, 0, 'x', 0, 13, 0, 10, 0})},
+      {"utf-16, cut inside a unit", TextEncoding::kUtf16, Bytes({0xFF, 0xFE, 'c'}),
+       Bytes({0xFF, 0xFE, 'c', 0, 13, 0, 10, 0, 'x', 0, 13, 0, 10, 0})},
+  };
+  TempFolder folder;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    std::string path = folder.File("cut.txt");
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << c.before;
+    TextFileWriter::Open(path, OpenMode::kAppend, c.encoding).WriteLine(u"x");
+    EXPECT_EQ(FileBytes(path), c.after);
+  }
 }
 
 TEST(TextFileWriter, MovedWriterKeepsTheFileAndClosedOneRefuses) {

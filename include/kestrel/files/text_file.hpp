@@ -35,6 +35,9 @@ class KESTREL_API TextFileWriter {
   // Creates the file (or truncates it) / opens it for appending, creating it
   // when missing. A new or emptied UTF-16 file starts with the byte-order
   // mark FF FE; appending to an existing UTF-16 file writes no second mark.
+  // Appending to a file whose last line has no line end (a writer killed
+  // mid-line: the kernel may cut a write short when SIGKILL arrives) first
+  // ends that line, so every line written here starts a line of its own.
   static TextFileWriter Open(const std::string& path, OpenMode mode, TextEncoding encoding);
 
   TextFileWriter() = default;
