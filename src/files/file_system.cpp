@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -133,33 +134,48 @@ void WriteAll(const Descriptor& file, std::span<const uint8_t> bytes) {
   }
 }
 
-// Windows-1252 to UTF-16. Text files are mostly ASCII, so runs of 16 ASCII
-// bytes are widened as a block (the compiler vectorises the inner loop) and
-// only the rest goes through the code page's table.
+// Windows-1252 to UTF-16. Every byte outside 80-9F stands for the
+// character of the same number, so text is widened 16 bytes at a time (the
+// compiler vectorises the inner loop) and only a block that holds a byte of
+// 80-9F goes through the code page's table.
 void DecodeAnsi(const uint8_t* in, size_t n, char16_t* out) {
   static const std::array<char16_t, 256> table = [] {
     std::array<char16_t, 256> t{};
     for (int b = 0; b < 256; ++b) t[size_t(b)] = runtime::AnsiChar(uint8_t(b));
     return t;
   }();
-  constexpr uint64_t kHighBits = 0x8080808080808080ull;
+  // Whether any byte of x is 80-9F: its top three bits are 100, so masking
+  // them and flipping 100 leaves a zero byte, found by the usual zero-byte
+  // test.
+  auto has_c1 = [](uint64_t x) {
+    constexpr uint64_t kOnes = 0x0101010101010101ull;
+    uint64_t y = (x & (kOnes * 0xE0)) ^ (kOnes * 0x80);
+    return ((y - kOnes) & ~y & (kOnes * 0x80)) != 0;
+  };
   size_t i = 0;
-  while (i < n) {
-    if (n - i >= 16) {
-      uint64_t a, b;
-      std::memcpy(&a, in + i, 8);
-      std::memcpy(&b, in + i + 8, 8);
-      if (((a | b) & kHighBits) == 0) {
-        for (size_t k = 0; k < 16; ++k) out[i + k] = in[i + k];
-        i += 16;
-        continue;
-      }
-      for (size_t end = i + 16; i < end; ++i) out[i] = table[in[i]];
-      continue;
+  for (; n - i >= 16; i += 16) {
+    uint64_t a, b;
+    std::memcpy(&a, in + i, 8);
+    std::memcpy(&b, in + i + 8, 8);
+    if (has_c1(a) || has_c1(b)) {
+      for (size_t k = 0; k < 16; ++k) out[i + k] = table[in[i + k]];
+    } else {
+      for (size_t k = 0; k < 16; ++k) out[i + k] = in[i + k];
     }
-    out[i] = table[in[i]];
-    ++i;
   }
+  for (; i < n; ++i) out[i] = table[in[i]];
+}
+
+// Asks for huge pages behind a large buffer that is about to be filled:
+// filling fresh memory costs a page fault per page, and with 2 MiB pages a
+// 128 MiB text takes 64 faults instead of 32768. Only the 2 MiB-aligned
+// inside of the buffer can use them; the request is advice, and a kernel
+// that declines it changes nothing but the speed.
+void PreferHugePages(void* data, size_t size) noexcept {
+  constexpr uintptr_t kHugePage = uintptr_t{2} << 20;
+  uintptr_t begin = (reinterpret_cast<uintptr_t>(data) + kHugePage - 1) & ~(kHugePage - 1);
+  uintptr_t end = (reinterpret_cast<uintptr_t>(data) + size) & ~(kHugePage - 1);
+  if (end > begin) ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
 }
 
 void WriteText(std::u16string_view file_name, std::u16string_view text, int mode_flag) {
@@ -405,6 +421,7 @@ std::u16string FileSystem::ReadFile(std::u16string_view file_name) {
   constexpr size_t kChunk = size_t{128} << 10;
   std::u16string text;
   text.reserve(size_t(st.st_size));
+  PreferHugePages(text.data(), text.capacity() * sizeof(char16_t));
   auto buffer = std::make_unique_for_overwrite<uint8_t[]>(kChunk);
   for (;;) {
     size_t n = ReadUpTo(file, std::span(buffer.get(), kChunk));
