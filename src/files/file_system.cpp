@@ -200,7 +200,7 @@ std::vector<std::string> ListFolder(int folder, int& error) {
   int fd = ::dup(folder);
   DIR* dir = fd < 0 ? nullptr : ::fdopendir(fd);
   if (dir == nullptr) {
-    error = errno;
+    if (error == 0) error = errno;
     if (fd >= 0) ::close(fd);
     return names;
   }
@@ -324,8 +324,9 @@ int MoveByLink(const std::string& from, const std::string& to) {
 }
 
 // Across file systems a file is copied, then its old name removed; when the
-// old name cannot be removed the copy goes again, so that the move either
-// happens or leaves both sides as they were. Only regular files move this way.
+// old name cannot be removed the copy is removed again, so that the move
+// either happens or leaves both sides as they were. Only regular files move
+// this way.
 int MoveByCopy(const std::string& from, const std::string& to) {
   struct stat st;
   if (::lstat(from.c_str(), &st) != 0) return errno;
