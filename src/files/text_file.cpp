@@ -59,45 +59,7 @@ void AppendUtf16Le(std::string& out, std::u16string_view text) {
   }
 }
 
-// Whether the folder that would hold `path` exists: a missing file in an
-// existing folder is "file not found", anything missing above it is "path
-// not found".
-bool ParentFolderExists(const std::string& path) {
-  std::filesystem::path parent = std::filesystem::path(path).parent_path();
-  if (parent.empty()) parent = ".";
-  struct stat st;
-  return ::stat(parent.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
-
 }  // namespace
-
-int32_t FileErrorNumber(int errno_value) noexcept {
-  switch (errno_value) {
-    case ENOENT:
-    case ENOTDIR:
-      // Without the path we cannot tell a missing file from a missing
-      // folder; callers that can (reading) refine this to 53.
-      return errors::kPathNotFound;
-    case EACCES:
-    case EPERM:
-    case EROFS:
-      return errors::kPermissionDenied;
-    case ENOSPC:
-    case EDQUOT:
-      return errors::kDiskFull;
-    case EIO:
-      return errors::kDeviceIoError;
-    case ENAMETOOLONG:
-      return errors::kBadFileNameOrNumber;
-    case EISDIR:
-    default:
-      return errors::kPathFileAccessError;
-  }
-}
-
-void RaiseFileError(int errno_value) {
-  RaiseStandard(FileErrorNumber(errno_value));
-}
 
 TextFileWriter TextFileWriter::Open(const std::string& path, OpenMode mode, TextEncoding encoding) {
   int flags = O_CREAT | O_APPEND | O_CLOEXEC;
@@ -176,11 +138,7 @@ std::u16string ReadAllText(const std::string& path, TextEncoding encoding) {
   do {
     fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   } while (fd < 0 && errno == EINTR);
-  if (fd < 0) {
-    int error = errno;
-    if (error == ENOENT && ParentFolderExists(path)) RaiseStandard(errors::kFileNotFound);
-    RaiseFileError(error);
-  }
+  if (fd < 0) RaiseFileError(errno, path);
   std::string bytes;
   char buffer[65536];
   for (;;) {

@@ -12,7 +12,7 @@
 //
 // Failures raise the runtime's file errors through one errno mapping
 // (ENOENT 53 or 76, EACCES 70, EISDIR 75, ENOSPC 61, EIO 57, ...); see
-// FileErrorNumber. Not thread-safe per object.
+// file_error.hpp. Not thread-safe per object.
 //
 //   auto log = kestrel::files::TextFileWriter::Open("/tmp/x.log",
 //       kestrel::files::OpenMode::kTruncate, kestrel::files::TextEncoding::kAnsi);
@@ -23,6 +23,7 @@
 #include <string>
 #include <string_view>
 
+#include "kestrel/files/file_error.hpp"
 #include "kestrel/frame/export.hpp"
 
 namespace kestrel::files {
@@ -69,10 +70,5 @@ KESTREL_API std::u16string ReadAllText(const std::string& path, TextEncoding enc
 // The absolute form of a path (no symlink resolution), as file objects
 // report it.
 KESTREL_API std::string AbsolutePath(const std::string& path);
-
-// The runtime error number for an errno value from an operation on `path`.
-KESTREL_API int32_t FileErrorNumber(int errno_value) noexcept;
-// Raises FileErrorNumber(errno_value) with its standard text.
-[[noreturn]] KESTREL_API void RaiseFileError(int errno_value);
 
 }  // namespace kestrel::files
