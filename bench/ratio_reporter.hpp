@@ -38,7 +38,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
     std::printf("\n%-44s %-18s %10s\n", "case", "baseline", "ratio");
     for (const auto& [name, p] : pairs_) {
       if (p.kestrel <= 0 || p.baseline <= 0) continue;
-      std::printf("%-44s %-18s %10.2f\n", name.c_str(), p.baseline_name.c_str(),
+      std::printf("%-44s %-18s %10.3g\n", name.c_str(), p.baseline_name.c_str(),
                   p.kestrel / p.baseline);
     }
   }

@@ -1,12 +1,16 @@
 // A tour of what Kestrel can do today. Each section prints what it shows.
 #include <cstdio>
+#include <filesystem>
 #include <string>
 
-#include <filesystem>
-
+#include "kestrel/containers/named_strings.hpp"
+#include "kestrel/containers/stack.hpp"
+#include "kestrel/containers/string_builder.hpp"
 #include "kestrel/diagnostics/log.hpp"
 #include "kestrel/diagnostics/profiler.hpp"
 #include "kestrel/diagnostics/tracer.hpp"
+#include "kestrel/files/file_system.hpp"
+#include "kestrel/files/ini_file.hpp"
 #include "kestrel/formats/md5_hash.hpp"
 #include "kestrel/frame/unicode.hpp"
 #include "kestrel/frame/value.hpp"
@@ -20,9 +24,6 @@
 #include "kestrel/runtime/error.hpp"
 #include "kestrel/runtime/registry.hpp"
 #include "kestrel/runtime/strings.hpp"
-#include "kestrel/containers/named_strings.hpp"
-#include "kestrel/containers/stack.hpp"
-#include "kestrel/containers/string_builder.hpp"
 #include "kestrel/time/time_interval.hpp"
 #include "kestrel/utilities/guid_generator.hpp"
 #include "kestrel/utilities/utilities.hpp"
@@ -31,13 +32,17 @@ using namespace kestrel;
 
 namespace {
 
-std::string Text(const Value& v) { return ToUtf8(runtime::ToText(v)); }
+std::string Text(const Value& v) {
+  return ToUtf8(runtime::ToText(v));
+}
 
 void Show(const char* expression, const Value& v) {
   std::printf("  %-34s -> %-22s (kind %u)\n", expression, Text(v).c_str(), v.code());
 }
 
-void Section(const char* title) { std::printf("\n%s\n", title); }
+void Section(const char* title) {
+  std::printf("\n%s\n", title);
+}
 
 }  // namespace
 
@@ -56,14 +61,13 @@ int main() {
   Show("\"12\" + 1", runtime::Add(Value(u"12"), Value(1)));
   Show("\"12\" + \"1\"", runtime::Add(Value(u"12"), Value(u"1")));
   Show("Null + 1 is Null", Value(runtime::Add(Value::Null(), Value(1)).IsNull()));
-  Show("7 \\ 2, 7 Mod -3", runtime::Concat(runtime::IntDivide(Value(7), Value(2)),
-                                           runtime::Concat(Value(u", "),
-                                                           runtime::Mod(Value(7), Value(-3)))));
+  Show("7 \\ 2, 7 Mod -3",
+       runtime::Concat(runtime::IntDivide(Value(7), Value(2)),
+                       runtime::Concat(Value(u", "), runtime::Mod(Value(7), Value(-3)))));
 
   Section("Comparison: binary and text mode");
   Show("StrComp(\"a\", \"B\", binary)", Value(runtime::StrComp(u"a", u"B")));
-  Show("StrComp(\"a\", \"B\", text)",
-       Value(runtime::StrComp(u"a", u"B", CompareMethod::kText)));
+  Show("StrComp(\"a\", \"B\", text)", Value(runtime::StrComp(u"a", u"B", CompareMethod::kText)));
   Show("1 < \"1\" (numbers sort first)",
        Value(runtime::Compare(Value(1), Value(u"1")) == Ordering::kLess));
 
@@ -189,6 +193,33 @@ int main() {
          Value(hasher->HashFile(std::filesystem::read_symlink("/proc/self/exe").string())));
   }
   Show("GUIDGenerator.GenerateGUID", Value(GlobalInstance<GUIDGenerator>().GenerateGUID()));
+
+  Section("Files, paths and INI settings");
+  {
+    auto& fs = GlobalInstance<files::FileSystem>();
+    const std::u16string folder = fs.GetTempFolderName() + u"/kestrel-demo/settings";
+    fs.CreateFolder(folder);  // parents first
+    const std::u16string path = folder + u"/app.ini";
+    Show("AbsoluteFileName(\"../app.ini\", folder)",
+         Value(fs.AbsoluteFileName(u"../app.ini", folder)));
+    Show("RelativeFileName(path, temp folder)",
+         Value(fs.RelativeFileName(path, fs.GetTempFolderName())));
+    Show("BaseName / ExtensionName(path)",
+         Value(fs.BaseName(path) + u" / " + fs.ExtensionName(path)));
+
+    auto ini = MakeRef<files::IniFile>();
+    ini->SetFileName(path);
+    ini->SetValue(u"Database", u"Host", u"db.example.org");
+    ini->SetValue(u"Database", u"Port", u"5432");
+    ini->SetValue(u"Log", u"Level", u"");  // the key stays, with an empty value
+    Show("GetValue(\"database\", \"HOST\")", Value(ini->GetValue(u"database", u"HOST")));
+    Show("GetValue(Database, User, \"admin\")",
+         Value(ini->GetValue(u"Database", u"User", Value(u"admin"))));
+    Show("KeyExists(Log, Level)", Value(ini->KeyExists(u"Log", u"Level")));
+    Show("Join(GetSections(), \",\")", Value(runtime::Join(ini->GetSections(), u",")));
+    std::printf("  the file:\n%s", ToUtf8(fs.ReadFile(path)).c_str());
+    fs.DeleteFolder(fs.ParentFolderName(folder));
+  }
 
   Section("Late binding and the Error class");
   Ref<Object> saved = CreateObject(u"Kestrel.Error");

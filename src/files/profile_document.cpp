@@ -68,8 +68,15 @@ LineKind Classify(std::u16string_view text) {
 
 std::u16string FoldName(std::u16string_view name) {
   std::u16string folded(name);
-  // Unit by unit: names come from an 8-bit code page, all in the BMP.
-  for (char16_t& unit : folded) unit = char16_t(u_foldCase(unit, U_FOLD_CASE_DEFAULT));
+  // Unit by unit: names come from an 8-bit code page, all in the BMP. Most
+  // are ASCII, folded without the table lookup.
+  for (char16_t& unit : folded) {
+    if (unit < 0x80) {
+      if (unit >= u'A' && unit <= u'Z') unit = char16_t(unit + (u'a' - u'A'));
+    } else {
+      unit = char16_t(u_foldCase(unit, U_FOLD_CASE_DEFAULT));
+    }
+  }
   return folded;
 }
 
@@ -88,7 +95,9 @@ ProfileDocument ProfileDocument::Parse(std::string_view bytes) {
 
   std::u16string_view rest = text;
   while (!rest.empty()) {
-    size_t stop = rest.find_first_of(u"\r\n");
+    size_t stop = 0;
+    while (stop < rest.size() && rest[stop] != u'\r' && rest[stop] != u'\n') ++stop;
+    if (stop == rest.size()) stop = std::u16string_view::npos;
     ProfileLine line;
     line.text.assign(rest.substr(0, stop));
     line.kind = Classify(line.text);
