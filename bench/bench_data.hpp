@@ -1,12 +1,17 @@
 // Inputs shared by the benchmarks: the same 1,000,000 random doubles and
-// random 8-letter strings for every comparison, made once per process.
+// random 8-letter strings for every comparison, made once per process, and
+// temporary input files removed at exit.
 #pragma once
 
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <random>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "kestrel/frame/value.hpp"
@@ -64,6 +69,27 @@ void StdSortCopies(benchmark::State& state, const Vector& data, Less less) {
     benchmark::DoNotOptimize(copy.data());
   }
   state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(data.size()));
+}
+
+// Writes `bytes` to a new file under /tmp, removed when the process exits,
+// and returns its path. The files stay in the page cache, so the benchmarks
+// that read them measure reading, not the disk.
+inline std::string TemporaryInputFile(std::string_view bytes) {
+  // Plain storage, so that the exit handler never sees destroyed strings.
+  static char names[8][40];
+  static int used = 0;
+  if (used == 8) std::abort();
+  char* name = names[used++];
+  std::snprintf(name, sizeof names[0], "/tmp/kestrel-bench-XXXXXX");
+  int fd = ::mkstemp(name);
+  if (fd < 0 || ::write(fd, bytes.data(), bytes.size()) != ssize_t(bytes.size())) std::abort();
+  ::close(fd);
+  if (used == 1) {
+    std::atexit([] {
+      for (int i = 0; i < used; ++i) std::remove(names[i]);
+    });
+  }
+  return name;
 }
 
 }  // namespace kestrel::bench

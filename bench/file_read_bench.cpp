@@ -13,6 +13,7 @@
 #include <fstream>
 #include <string>
 
+#include "bench_data.hpp"
 #include "kestrel/files/file_system.hpp"
 #include "kestrel/frame/unicode.hpp"
 #include "kestrel/frame/value.hpp"
@@ -22,10 +23,6 @@ namespace {
 
 constexpr size_t kSize = size_t{64} << 20;
 
-// The name lives in plain storage so that the exit handler never sees a
-// destroyed string.
-char file_name[] = "/tmp/kestrel-read-bench-XXXXXX";
-
 const std::string& FilePath() {
   static const std::string path = [] {
     std::string text;
@@ -33,12 +30,7 @@ const std::string& FilePath() {
     const std::string line = "The quick brown fox jumps over the lazy dog, caf\xE9 na\xEFve.\r\n";
     while (text.size() + line.size() <= kSize) text += line;
     text.resize(kSize, 'x');
-    int fd = ::mkstemp(file_name);
-    if (fd < 0) std::abort();
-    if (::write(fd, text.data(), text.size()) != static_cast<ssize_t>(text.size())) std::abort();
-    ::close(fd);
-    std::atexit([] { std::remove(file_name); });
-    return std::string(file_name);
+    return kestrel::bench::TemporaryInputFile(text);
   }();
   return path;
 }

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "bench_data.hpp"
 #include "kestrel/files/ini_file.hpp"
 #include "kestrel/files/profile.hpp"
 #include "kestrel/frame/unicode.hpp"
@@ -21,14 +22,8 @@ namespace {
 constexpr int kSections = 500;
 constexpr int kKeys = 20;
 
-// The name lives in plain storage so that the exit handler never sees a
-// destroyed string.
-char file_name[] = "/tmp/kestrel-ini-bench-XXXXXX";
-
 const std::string& FilePath() {
   static const std::string path = [] {
-    int fd = ::mkstemp(file_name);
-    if (fd < 0) std::abort();
     std::string text;
     for (int s = 0; s < kSections; ++s) {
       text += "[Section" + std::to_string(s) + "]\r\n";
@@ -38,10 +33,7 @@ const std::string& FilePath() {
       }
       text += "\r\n";
     }
-    if (::write(fd, text.data(), text.size()) != ssize_t(text.size())) std::abort();
-    ::close(fd);
-    std::atexit([] { std::remove(file_name); });
-    return std::string(file_name);
+    return kestrel::bench::TemporaryInputFile(text);
   }();
   return path;
 }

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "bench_data.hpp"
 #include "kestrel/formats/md5_hash.hpp"
 #include "kestrel/frame/value.hpp"
 #include "ratio_reporter.hpp"
@@ -37,19 +38,12 @@ const kestrel::Value& Block() {
   return block;
 }
 
-// The same bytes in a temporary file, removed at exit. The name lives in
-// plain storage so that the exit handler never sees a destroyed string.
-char file_name[] = "/tmp/kestrel-md5-bench-XXXXXX";
-
+// The same bytes in a temporary file, removed at exit.
 const std::string& FilePath() {
   static const std::string path = [] {
-    int fd = ::mkstemp(file_name);
-    if (fd < 0) std::abort();
     auto bytes = Block().Bytes();
-    if (::write(fd, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) std::abort();
-    ::close(fd);
-    std::atexit([] { std::remove(file_name); });
-    return std::string(file_name);
+    return kestrel::bench::TemporaryInputFile(
+        std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
   }();
   return path;
 }
