@@ -7,7 +7,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -132,38 +131,6 @@ void WriteAll(const Descriptor& file, std::span<const uint8_t> bytes) {
     }
     bytes = bytes.subspan(size_t(n));
   }
-}
-
-// Windows-1252 to UTF-16. Every byte outside 80-9F stands for the
-// character of the same number, so text is widened 16 bytes at a time (the
-// compiler vectorises the inner loop) and only a block that holds a byte of
-// 80-9F goes through the code page's table.
-void DecodeAnsi(const uint8_t* in, size_t n, char16_t* out) {
-  static const std::array<char16_t, 256> table = [] {
-    std::array<char16_t, 256> t{};
-    for (int b = 0; b < 256; ++b) t[size_t(b)] = runtime::AnsiChar(uint8_t(b));
-    return t;
-  }();
-  // Whether any byte of x is 80-9F: its top three bits are 100, so masking
-  // them and flipping 100 leaves a zero byte, found by the usual zero-byte
-  // test.
-  auto has_c1 = [](uint64_t x) {
-    constexpr uint64_t kOnes = 0x0101010101010101ull;
-    uint64_t y = (x & (kOnes * 0xE0)) ^ (kOnes * 0x80);
-    return ((y - kOnes) & ~y & (kOnes * 0x80)) != 0;
-  };
-  size_t i = 0;
-  for (; n - i >= 16; i += 16) {
-    uint64_t a, b;
-    std::memcpy(&a, in + i, 8);
-    std::memcpy(&b, in + i + 8, 8);
-    if (has_c1(a) || has_c1(b)) {
-      for (size_t k = 0; k < 16; ++k) out[i + k] = table[in[i + k]];
-    } else {
-      for (size_t k = 0; k < 16; ++k) out[i + k] = in[i + k];
-    }
-  }
-  for (; i < n; ++i) out[i] = table[in[i]];
 }
 
 // Asks for huge pages behind a large buffer that is about to be filled:
@@ -429,7 +396,8 @@ std::u16string FileSystem::ReadFile(std::u16string_view file_name) {
     if (n == 0) break;
     size_t old = text.size();
     text.resize(old + n);
-    DecodeAnsi(buffer.get(), n, text.data() + old);
+    runtime::DecodeAnsi(std::string_view(reinterpret_cast<const char*>(buffer.get()), n),
+                        text.data() + old);
     if (n < kChunk) break;
   }
   // Reading all of nothing is reading past the end.

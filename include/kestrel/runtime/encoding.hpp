@@ -18,6 +18,9 @@ namespace kestrel::runtime {
 
 KESTREL_API std::string ToAnsi(std::u16string_view text);
 KESTREL_API std::u16string FromAnsi(std::string_view bytes);
+// FromAnsi into a caller's buffer of at least bytes.size() units, for
+// readers that decode a large file chunk by chunk.
+KESTREL_API void DecodeAnsi(std::string_view bytes, char16_t* out) noexcept;
 
 // One character: its byte, or nullopt when the code page lacks it.
 KESTREL_API std::optional<uint8_t> AnsiByte(char16_t unit) noexcept;
