@@ -1,18 +1,18 @@
 #include "kestrel/files/ini_file.hpp"
 
 #include <algorithm>
-#include <filesystem>
 #include <limits>
 #include <new>
 #include <span>
-#include <system_error>
 #include <vector>
 
+#include "kestrel/files/file_system.hpp"
 #include "kestrel/files/profile.hpp"
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/frame/unicode.hpp"
 #include "kestrel/runtime/convert.hpp"
 #include "kestrel/runtime/encoding.hpp"
+#include "kestrel/runtime/registry.hpp"
 #include "kestrel/runtime/strings.hpp"
 #include "kestrel/utilities/utilities.hpp"
 
@@ -174,8 +174,7 @@ bool IniFile::Probe(std::u16string_view section, OptionalName key) {
 }
 
 bool IniFile::FileExists() const {
-  std::error_code ignored;
-  return std::filesystem::is_regular_file(std::filesystem::path(Path()), ignored);
+  return GlobalInstance<FileSystem>().FileExists(file_name_);
 }
 
 std::u16string IniFile::GetValue(std::u16string_view section_name, std::u16string_view key_name,

@@ -83,7 +83,7 @@ class KESTREL_API IniFile : public Dispatchable<IniFile> {
   [[noreturn]] void SetDefaultValue(std::u16string_view default_value);
 
   // --- single values and sections ---------------------------------------------
-  // Whether FileName names an existing regular file (or a link to one).
+  // FileSystem.FileExists(FileName): an existing file, not a folder.
   bool FileExists() const;
   // The value of the key; the default (as text) when the key or section is
   // missing.
