@@ -14,12 +14,6 @@ bool IsBlank(char16_t c) {
   return c == u' ' || c == u'\t';
 }
 
-std::u16string_view TrimBlanks(std::u16string_view text) {
-  while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
-  while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
-  return text;
-}
-
 // One matching pair of outer quotes goes; crossed or unmatched quotes are
 // part of the value.
 std::u16string_view Unquote(std::u16string_view value) {
@@ -45,6 +39,12 @@ std::string_view LineEndBytes(LineEnd end) {
 }
 
 }  // namespace
+
+std::u16string_view TrimBlanks(std::u16string_view text) {
+  while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
+  return text;
+}
 
 LineMeaning Interpret(std::u16string_view text) {
   std::u16string_view rest = text;

@@ -38,6 +38,9 @@ struct LineMeaning {
 LineMeaning Interpret(std::u16string_view text);
 LineKind Classify(std::u16string_view text);
 
+// Without surrounding spaces and tabs.
+std::u16string_view TrimBlanks(std::u16string_view text);
+
 // Case-insensitive key of a section or key name.
 std::u16string FoldName(std::u16string_view name);
 
