@@ -365,11 +365,7 @@ int32_t GetProfileSection(std::u16string_view section, std::span<char16_t> buffe
     const auto& lines = parsed->document.lines;
     for (uint32_t i = found->header + 1; i < found->end; ++i) {
       if (lines[i].kind == LineKind::kBlank) continue;
-      std::u16string_view text = lines[i].text;
-      while (!text.empty() && (text.front() == u' ' || text.front() == u'\t'))
-        text.remove_prefix(1);
-      while (!text.empty() && (text.back() == u' ' || text.back() == u'\t')) text.remove_suffix(1);
-      entries.push_back(text);
+      entries.push_back(detail::TrimBlanks(lines[i].text));
     }
   }
   return CopyList(entries, buffer);
