@@ -65,20 +65,19 @@ void Stack::Resize(int32_t bound) {
 
 const DispatchTable<Stack>& Stack::Dispatch() {
   using T = DispatchTable<Stack>;
-  static const T table =
-      T::Builder(u"Stack")
-          .Method(u"Add", 1, 1, [](Stack& s, Args& a) { return s.Add(a[0]); })
-          .Method(u"Remove", 0, 0, [](Stack& s, Args&) { return s.Remove(); })
-          .Get(u"Count", [](Stack& s, Args&) { return Value(s.Count()); })
-          .Get(
-              u"Item", [](Stack& s, Args& a) { return s.Item(runtime::ToLong(a[0])); }, 1, 1)
-          .Get(u"Top", [](Stack& s, Args&) { return s.Top(); })
-          .Method(u"Clear", 0, 0,
-                  [](Stack& s, Args&) {
-                    s.Clear();
-                    return Value();
-                  })
-          .Build();
+  static const T table = T::Builder(u"Stack")
+                             .Method(u"Add", 1, 1, [](Stack& s, Args& a) { return s.Add(a[0]); })
+                             .Method(u"Remove", 0, 0, [](Stack& s, Args&) { return s.Remove(); })
+                             .Get(u"Count", [](Stack& s, Args&) { return Value(s.Count()); })
+                             .Get(
+                                 u"Item", [](Stack& s, Args& a) { return s.Item(a.Long(0)); }, 1, 1)
+                             .Get(u"Top", [](Stack& s, Args&) { return s.Top(); })
+                             .Method(u"Clear", 0, 0,
+                                     [](Stack& s, Args&) {
+                                       s.Clear();
+                                       return Value();
+                                     })
+                             .Build();
   return table;
 }
 

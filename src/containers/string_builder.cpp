@@ -220,30 +220,30 @@ const DispatchTable<StringBuilder>& StringBuilder::Dispatch() {
                   })
           .Method(u"Insert", 2, 2,
                   [](S& s, Args& a) {
-                    const int32_t index = runtime::ToLong(a[0]);
+                    const int32_t index = a.Long(0);
                     std::u16string scratch;
                     s.Insert(index, TextArg(a[1], scratch));
                     return Value();
                   })
           .Method(u"InsertByVal", 2, 2,
                   [](S& s, Args& a) {
-                    const int32_t index = runtime::ToLong(a[0]);
+                    const int32_t index = a.Long(0);
                     std::u16string scratch;
                     s.InsertByVal(index, TextArg(a[1], scratch));
                     return Value();
                   })
           .Method(u"Remove", 2, 2,
                   [](S& s, Args& a) {
-                    const int32_t index = runtime::ToLong(a[0]);
-                    s.Remove(index, runtime::ToLong(a[1]));
+                    const int32_t index = a.Long(0);
+                    s.Remove(index, a.Long(1));
                     return Value();
                   })
           .Method(u"Find", 1, 3,
                   [](S& s, Args& a) {
                     std::u16string scratch;
                     const std::u16string_view find = TextArg(a[0], scratch);
-                    const int32_t start = a.Has(1) ? runtime::ToLong(a[1]) : 1;
-                    const int32_t compare = a.Has(2) ? runtime::ToLong(a[2]) : 1;
+                    const int32_t start = a.Has(1) ? a.Long(1) : 1;
+                    const int32_t compare = a.Has(2) ? a.Long(2) : 1;
                     return Value(s.Find(find, start, compare));
                   })
           .Method(u"HeapMinimize", 0, 0,

@@ -21,8 +21,7 @@ template <class T>
 typename DispatchTable<T>::Builder InterfaceMembers(std::u16string_view class_name) {
   typename DispatchTable<T>::Builder builder(class_name);
   builder.Get(u"Log", [](T& self, Args&) { return Value(self.Log()); })
-      .Method(u"LogLine", 1, 1,
-              [](T& self, Args& a) { return Value(self.LogLine(runtime::ToText(a[0]))); })
+      .Method(u"LogLine", 1, 1, [](T& self, Args& a) { return Value(self.LogLine(a.Text(0))); })
       .Method(u"Clear", 0, 0, [](T& self, Args&) {
         self.Clear();
         return Value();
@@ -117,8 +116,8 @@ const DispatchTable<LogFile>& LogFile::Dispatch() {
                [](LogFile& self, Args&) { return Value(static_cast<Object*>(self.File().get())); })
           .Method(u"OpenFile", 1, 2,
                   [](LogFile& self, Args& a) {
-                    bool append = a.Has(1) && runtime::ToBoolean(a[1]);
-                    return self.OpenFile(runtime::ToText(a[0]), append);
+                    bool append = a.Has(1) && a.Boolean(1);
+                    return self.OpenFile(a.Text(0), append);
                   })
           .Build();
   return table;

@@ -217,12 +217,12 @@ const DispatchTable<Profiler>& Profiler::Dispatch() {
                   })
           .Method(u"StepIn", 1, 1,
                   [](Profiler& s, Args& a) {
-                    s.StepIn(runtime::ToText(a[0]));
+                    s.StepIn(a.Text(0));
                     return Value();
                   })
           .Method(u"StepOut", 1, 1,
                   [](Profiler& s, Args& a) {
-                    s.StepOut(runtime::ToText(a[0]));
+                    s.StepOut(a.Text(0));
                     return Value();
                   })
           .Build();
@@ -288,8 +288,8 @@ const DispatchTable<ProfileDataFile>& ProfileDataFile::Dispatch() {
           .Get(u"File", [](Self& s, Args&) { return Value(s.File()); })
           .Method(u"OpenFile", 1, 2,
                   [](Self& s, Args& a) {
-                    const bool append = a.Has(1) && runtime::ToBoolean(a[1]);
-                    s.OpenFile(ToUtf8(runtime::ToText(a[0])), append);
+                    const bool append = a.Has(1) && a.Boolean(1);
+                    s.OpenFile(ToUtf8(a.Text(0)), append);
                     return Value();
                   })
           .Method(u"Clear", 0, 0,
@@ -300,8 +300,7 @@ const DispatchTable<ProfileDataFile>& ProfileDataFile::Dispatch() {
           .Get(u"Data", [](Self& s, Args&) { return Value(s.Data()); })
           .Method(u"Add", 6, 6,
                   [](Self& s, Args& a) {
-                    s.Add(runtime::ToLong(a[0]), runtime::ToLong(a[1]), runtime::ToLong(a[2]),
-                          runtime::ToLong(a[3]), runtime::ToText(a[4]), runtime::ToLong(a[5]));
+                    s.Add(a.Long(0), a.Long(1), a.Long(2), a.Long(3), a.Text(4), a.Long(5));
                     return Value();
                   })
           .Build();

@@ -318,10 +318,10 @@ bool Tracer::TraceOut(std::u16string_view method_name, std::u16string_view modul
 namespace {
 
 std::u16string TextArg(Args& a, size_t i) {
-  return a.Has(i) ? runtime::ToText(a[i]) : u"";
+  return a.Has(i) ? a.Text(i) : u"";
 }
 int32_t SeverityArg(Args& a, size_t i) {
-  return a.Has(i) ? runtime::ToLong(a[i]) : Tracer::kUseDefault;
+  return a.Has(i) ? a.Long(i) : Tracer::kUseDefault;
 }
 
 // Writes back what the member assigned to its by-reference arguments.
@@ -390,7 +390,7 @@ const DispatchTable<Tracer>& Tracer::Dispatch() {
           .Get(
               u"StackString",
               [](Tracer& t, Args& a) {
-                return Value(a.Has(0) ? t.StackString(runtime::ToText(a[0])) : t.StackString());
+                return Value(a.Has(0) ? t.StackString(a.Text(0)) : t.StackString());
               },
               0, 1)
           .Property(
@@ -416,8 +416,8 @@ const DispatchTable<Tracer>& Tracer::Dispatch() {
                   [](Tracer& t, Args& a) {
                     TraceWriteBack w;
                     const std::u16string msg = TextArg(a, 0);
-                    int32_t level = a.Has(1) ? runtime::ToLong(a[1]) : 0;
-                    int16_t offset = a.Has(3) ? runtime::ToInteger(a[3]) : int16_t(0);
+                    int32_t level = a.Has(1) ? a.Long(1) : 0;
+                    int16_t offset = a.Has(3) ? a.Integer(3) : int16_t(0);
                     bool r = t.TraceLevel(msg, level, SeverityArg(a, 2), offset, &w);
                     WriteBack(a, w, 0, 2, 0);
                     return Value(r);

@@ -550,12 +550,8 @@ namespace {
 
 using FS = FileSystem;
 
-std::u16string Text(Args& a, size_t i) {
-  return runtime::ToText(a[i]);
-}
-
 bool OverwriteArg(Args& a, size_t i) {
-  return a.Has(i) ? runtime::ToBoolean(a[i]) : true;
+  return a.Has(i) ? a.Boolean(i) : true;
 }
 
 }  // namespace
@@ -564,57 +560,55 @@ const DispatchTable<FileSystem>& FileSystem::Dispatch() {
   static const auto table =
       DispatchTable<FS>::Builder(u"FileSystem")
           .Method(u"CreateFolder", 1, 1,
-                  [](FS& fs, Args& a) { return Value(fs.CreateFolder(Text(a, 0))); })
+                  [](FS& fs, Args& a) { return Value(fs.CreateFolder(a.Text(0))); })
           .Method(u"DeleteFolder", 1, 1,
-                  [](FS& fs, Args& a) { return Value(fs.DeleteFolder(Text(a, 0))); })
-          .Method(u"ReadFile", 1, 1, [](FS& fs, Args& a) { return Value(fs.ReadFile(Text(a, 0))); })
+                  [](FS& fs, Args& a) { return Value(fs.DeleteFolder(a.Text(0))); })
+          .Method(u"ReadFile", 1, 1, [](FS& fs, Args& a) { return Value(fs.ReadFile(a.Text(0))); })
           .Method(u"WriteFile", 2, 2,
                   [](FS& fs, Args& a) {
-                    fs.WriteFile(Text(a, 0), Text(a, 1));
+                    fs.WriteFile(a.Text(0), a.Text(1));
                     return Value();
                   })
           .Method(u"AppendFile", 2, 2,
                   [](FS& fs, Args& a) {
-                    fs.AppendFile(Text(a, 0), Text(a, 1));
+                    fs.AppendFile(a.Text(0), a.Text(1));
                     return Value();
                   })
           .Method(u"FileExists", 1, 1,
-                  [](FS& fs, Args& a) { return Value(fs.FileExists(Text(a, 0))); })
+                  [](FS& fs, Args& a) { return Value(fs.FileExists(a.Text(0))); })
           .Method(u"DeleteFile", 1, 1,
-                  [](FS& fs, Args& a) { return Value(fs.DeleteFile(Text(a, 0))); })
+                  [](FS& fs, Args& a) { return Value(fs.DeleteFile(a.Text(0))); })
           .Method(u"CopyFile", 2, 3,
                   [](FS& fs, Args& a) {
-                    return Value(fs.CopyFile(Text(a, 0), Text(a, 1), OverwriteArg(a, 2)));
+                    return Value(fs.CopyFile(a.Text(0), a.Text(1), OverwriteArg(a, 2)));
                   })
           .Method(u"MoveFile", 2, 3,
                   [](FS& fs, Args& a) {
-                    return Value(fs.MoveFile(Text(a, 0), Text(a, 1), OverwriteArg(a, 2)));
+                    return Value(fs.MoveFile(a.Text(0), a.Text(1), OverwriteArg(a, 2)));
                   })
-          .Method(u"FileName", 1, 1, [](FS& fs, Args& a) { return Value(fs.FileName(Text(a, 0))); })
+          .Method(u"FileName", 1, 1, [](FS& fs, Args& a) { return Value(fs.FileName(a.Text(0))); })
           .Method(u"ParentFolderName", 1, 1,
-                  [](FS& fs, Args& a) { return Value(fs.ParentFolderName(Text(a, 0))); })
+                  [](FS& fs, Args& a) { return Value(fs.ParentFolderName(a.Text(0))); })
           .Method(u"FolderExists", 1, 1,
-                  [](FS& fs, Args& a) { return Value(fs.FolderExists(Text(a, 0))); })
-          .Method(u"BaseName", 1, 1, [](FS& fs, Args& a) { return Value(fs.BaseName(Text(a, 0))); })
+                  [](FS& fs, Args& a) { return Value(fs.FolderExists(a.Text(0))); })
+          .Method(u"BaseName", 1, 1, [](FS& fs, Args& a) { return Value(fs.BaseName(a.Text(0))); })
           .Method(u"ExtensionName", 1, 1,
-                  [](FS& fs, Args& a) { return Value(fs.ExtensionName(Text(a, 0))); })
+                  [](FS& fs, Args& a) { return Value(fs.ExtensionName(a.Text(0))); })
           .Method(u"IsPathRelative", 1, 1,
-                  [](FS& fs, Args& a) { return Value(fs.IsPathRelative(Text(a, 0))); })
-          .Method(
-              u"AbsoluteFileName", 2, 2,
-              [](FS& fs, Args& a) { return Value(fs.AbsoluteFileName(Text(a, 0), Text(a, 1))); })
-          .Method(
-              u"RelativeFileName", 2, 2,
-              [](FS& fs, Args& a) { return Value(fs.RelativeFileName(Text(a, 0), Text(a, 1))); })
+                  [](FS& fs, Args& a) { return Value(fs.IsPathRelative(a.Text(0))); })
+          .Method(u"AbsoluteFileName", 2, 2,
+                  [](FS& fs, Args& a) { return Value(fs.AbsoluteFileName(a.Text(0), a.Text(1))); })
+          .Method(u"RelativeFileName", 2, 2,
+                  [](FS& fs, Args& a) { return Value(fs.RelativeFileName(a.Text(0), a.Text(1))); })
           .Method(u"GetTempFileName", 0, 1,
                   [](FS& fs, Args& a) {
-                    return Value(a.Has(0) ? fs.GetTempFileName(Text(a, 0)) : fs.GetTempFileName());
+                    return Value(a.Has(0) ? fs.GetTempFileName(a.Text(0)) : fs.GetTempFileName());
                   })
           .Method(u"GetTempFolderName", 0, 0,
                   [](FS& fs, Args&) { return Value(fs.GetTempFolderName()); })
           .Method(u"ShortPath", 1, 1,
-                  [](FS& fs, Args& a) { return Value(fs.ShortPath(Text(a, 0))); })
-          .Method(u"LongPath", 1, 1, [](FS& fs, Args& a) { return Value(fs.LongPath(Text(a, 0))); })
+                  [](FS& fs, Args& a) { return Value(fs.ShortPath(a.Text(0))); })
+          .Method(u"LongPath", 1, 1, [](FS& fs, Args& a) { return Value(fs.LongPath(a.Text(0))); })
           .Method(u"ReadBinaryFile", 1, 1, [](FS& fs, Args& a) { return fs.ReadBinaryFile(a[0]); })
           .Method(u"WriteBinaryFile", 2, 2,
                   [](FS& fs, Args& a) {

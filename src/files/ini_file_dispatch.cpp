@@ -10,14 +10,10 @@
 namespace kestrel::files {
 namespace {
 
-std::u16string Text(Args& a, size_t i) {
-  return runtime::ToText(a[i]);
-}
-
 // Typed Boolean parameters with a default: converted when given, so a value
 // that is no Boolean still raises 13 as the typed parameter would.
 bool Flag(Args& a, size_t i, bool fallback) {
-  return a.Has(i) ? runtime::ToBoolean(a[i]) : fallback;
+  return a.Has(i) ? a.Boolean(i) : fallback;
 }
 
 }  // namespace
@@ -41,58 +37,57 @@ const DispatchTable<IniFile>& IniFile::Dispatch() {
               u"DefaultValue", [](IniFile& f, Args&) { return Value(f.DefaultValue()); },
               [](IniFile& f, Args&, const Value& v) { f.SetDefaultValue(runtime::ToText(v)); })
           .Method(u"FileExists", 0, 0, [](IniFile& f, Args&) { return Value(f.FileExists()); })
-          .Method(
-              u"GetValue", 2, 3,
-              [](IniFile& f, Args& a) { return Value(f.GetValue(Text(a, 0), Text(a, 1), a[2])); })
+          .Method(u"GetValue", 2, 3,
+                  [](IniFile& f, Args& a) { return Value(f.GetValue(a.Text(0), a.Text(1), a[2])); })
           .Method(u"SetValue", 3, 3,
                   [](IniFile& f, Args& a) {
-                    return Value(f.SetValue(Text(a, 0), Text(a, 1), Text(a, 2)));
+                    return Value(f.SetValue(a.Text(0), a.Text(1), a.Text(2)));
                   })
           .Method(u"GetSection", 1, 1,
-                  [](IniFile& f, Args& a) { return Value(f.GetSection(Text(a, 0))); })
+                  [](IniFile& f, Args& a) { return Value(f.GetSection(a.Text(0))); })
           .Method(u"SetSection", 2, 2,
-                  [](IniFile& f, Args& a) { return f.SetSection(Text(a, 0), Text(a, 1)); })
+                  [](IniFile& f, Args& a) { return f.SetSection(a.Text(0), a.Text(1)); })
           .Method(u"SectionExists", 1, 1,
-                  [](IniFile& f, Args& a) { return Value(f.SectionExists(Text(a, 0))); })
+                  [](IniFile& f, Args& a) { return Value(f.SectionExists(a.Text(0))); })
           .Method(u"KeyExists", 2, 2,
-                  [](IniFile& f, Args& a) { return Value(f.KeyExists(Text(a, 0), Text(a, 1))); })
-          .Method(u"AddSection", 1, 1, [](IniFile& f, Args& a) { return f.AddSection(Text(a, 0)); })
+                  [](IniFile& f, Args& a) { return Value(f.KeyExists(a.Text(0), a.Text(1))); })
+          .Method(u"AddSection", 1, 1, [](IniFile& f, Args& a) { return f.AddSection(a.Text(0)); })
           .Method(u"RemoveSection", 1, 1,
-                  [](IniFile& f, Args& a) { return Value(f.RemoveSection(Text(a, 0))); })
+                  [](IniFile& f, Args& a) { return Value(f.RemoveSection(a.Text(0))); })
           .Method(u"RemoveKey", 2, 2,
-                  [](IniFile& f, Args& a) { return f.RemoveKey(Text(a, 0), Text(a, 1)); })
+                  [](IniFile& f, Args& a) { return f.RemoveKey(a.Text(0), a.Text(1)); })
           .Method(u"GetSections", 0, 0, [](IniFile& f, Args&) { return f.GetSections(); })
-          .Method(u"GetKeys", 1, 1, [](IniFile& f, Args& a) { return f.GetKeys(Text(a, 0)); })
+          .Method(u"GetKeys", 1, 1, [](IniFile& f, Args& a) { return f.GetKeys(a.Text(0)); })
           .Method(u"GetValuesArray", 2, 3,
-                  [](IniFile& f, Args& a) { return f.GetValuesArray(Text(a, 0), a[1], a[2]); })
+                  [](IniFile& f, Args& a) { return f.GetValuesArray(a.Text(0), a[1], a[2]); })
           .Method(
               u"SetValuesArray", 3, 3,
-              [](IniFile& f, Args& a) { return Value(f.SetValuesArray(Text(a, 0), a[1], a[2])); })
+              [](IniFile& f, Args& a) { return Value(f.SetValuesArray(a.Text(0), a[1], a[2])); })
           .Method(u"GetKeyValuesArray", 2, 3,
-                  [](IniFile& f, Args& a) { return f.GetKeyValuesArray(Text(a, 0), a[1], a[2]); })
+                  [](IniFile& f, Args& a) { return f.GetKeyValuesArray(a.Text(0), a[1], a[2]); })
           .Method(u"SetKeyValuesArray", 2, 2,
-                  [](IniFile& f, Args& a) { return Value(f.SetKeyValuesArray(Text(a, 0), a[1])); })
+                  [](IniFile& f, Args& a) { return Value(f.SetKeyValuesArray(a.Text(0), a[1])); })
           .Method(u"GetSectionKeyValueArrays", 3, 4,
                   [](IniFile& f, Args& a) {
-                    return Value(f.GetSectionKeyValueArrays(Text(a, 0), a[1], a[2], a[3]));
+                    return Value(f.GetSectionKeyValueArrays(a.Text(0), a[1], a[2], a[3]));
                   })
           .Method(u"SetSectionKeyValueArrays", 3, 3,
                   [](IniFile& f, Args& a) {
-                    return Value(f.SetSectionKeyValueArrays(Text(a, 0), a[1], a[2]));
+                    return Value(f.SetSectionKeyValueArrays(a.Text(0), a[1], a[2]));
                   })
           .Method(u"GetSectionKeyValuesArray", 1, 2,
-                  [](IniFile& f, Args& a) { return f.GetSectionKeyValuesArray(Text(a, 0), a[1]); })
+                  [](IniFile& f, Args& a) { return f.GetSectionKeyValuesArray(a.Text(0), a[1]); })
           .Method(u"SetSectionKeyValuesArray", 2, 2,
                   [](IniFile& f, Args& a) {
-                    return Value(f.SetSectionKeyValuesArray(Text(a, 0), a[1]));
+                    return Value(f.SetSectionKeyValuesArray(a.Text(0), a[1]));
                   })
           .Method(u"Merge", 1, 3,
                   [](IniFile& f, Args& a) {
-                    const std::u16string source = Text(a, 0);
+                    const std::u16string source = a.Text(0);
                     const bool append_source = Flag(a, 1, true);
                     // TargetFileName is by reference: the defaulted name goes
                     // back to the caller (an omitted one reads as "").
-                    std::u16string target = a.Has(2) ? Text(a, 2) : std::u16string();
+                    std::u16string target = a.Has(2) ? a.Text(2) : std::u16string();
                     const bool was_empty = target.empty();
                     Ref<IniFile> merged = f.Merge(source, append_source, target);
                     if (was_empty) a[2] = Value(target);
@@ -100,7 +95,7 @@ const DispatchTable<IniFile>& IniFile::Dispatch() {
                   })
           .Method(u"MergeSection", 2, 3,
                   [](IniFile& f, Args& a) {
-                    return Value(f.MergeSection(Text(a, 0), Text(a, 1), Flag(a, 2, false)));
+                    return Value(f.MergeSection(a.Text(0), a.Text(1), Flag(a, 2, false)));
                   })
           .Build();
   return table;

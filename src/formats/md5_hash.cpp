@@ -179,9 +179,7 @@ const DispatchTable<MD5Hash>& MD5Hash::Dispatch() {
   static const T table =
       T::Builder(u"MD5Hash")
           .Method(u"HashFile", 1, 1,
-                  [](MD5Hash& self, Args& a) {
-                    return Value(self.HashFile(ToUtf8(runtime::ToText(a[0]))));
-                  })
+                  [](MD5Hash& self, Args& a) { return Value(self.HashFile(ToUtf8(a.Text(0)))); })
           .Method(u"HashBytes", 1, 1,
                   [](MD5Hash& self, Args& a) { return Value(self.HashBytes(a[0])); })
           .Build();

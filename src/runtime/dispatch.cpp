@@ -6,7 +6,9 @@ namespace kestrel {
 namespace detail {
 
 namespace {
-char16_t AsciiLower(char16_t c) noexcept { return (c >= u'A' && c <= u'Z') ? c + 32 : c; }
+char16_t AsciiLower(char16_t c) noexcept {
+  return (c >= u'A' && c <= u'Z') ? c + 32 : c;
+}
 }  // namespace
 
 // Member names are ASCII identifiers, so ASCII folding is exact for every
@@ -20,13 +22,16 @@ int CompareMemberNames(std::u16string_view a, std::u16string_view b) noexcept {
   return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
 }
 
-void RaiseUnknownMember() { RaiseStandard(errors::kMemberNotSupported); }
-void RaiseBadCall() { RaiseStandard(errors::kWrongArgumentCount); }
+void RaiseUnknownMember() {
+  RaiseStandard(errors::kMemberNotSupported);
+}
+void RaiseBadCall() {
+  RaiseStandard(errors::kWrongArgumentCount);
+}
 
 }  // namespace detail
 
-Value CallByName(Object* object, std::u16string_view name, CallKind kind,
-                 std::span<Value> args) {
+Value CallByName(Object* object, std::u16string_view name, CallKind kind, std::span<Value> args) {
   if (object == nullptr) RaiseStandard(errors::kObjectVariableNotSet);
   // Keep the object alive for the whole call even if the member drops the
   // caller's last reference to it.
@@ -45,6 +50,8 @@ Value CallByName(const Value& object, std::u16string_view name, CallKind kind,
   return CallByName(object.object(), name, kind, args);
 }
 
+Enumerator::~Enumerator() = default;
+
 bool ValueEnumerator::Next(Value& out) {
   if (Done()) {
     out = Value();
@@ -58,8 +65,7 @@ const DispatchTable<ValueEnumerator>& ValueEnumerator::Dispatch() {
   static const auto table =
       DispatchTable<ValueEnumerator>::Builder(u"ValueEnumerator")
           // Next(item): writes the next item into the caller's variable.
-          .Method(u"Next", 1, 1,
-                  [](ValueEnumerator& e, Args& a) { return Value(e.Next(a[0])); })
+          .Method(u"Next", 1, 1, [](ValueEnumerator& e, Args& a) { return Value(e.Next(a[0])); })
           .Method(u"Reset", 0, 0,
                   [](ValueEnumerator& e, Args&) {
                     e.Reset();
@@ -73,7 +79,7 @@ const DispatchTable<ValueEnumerator>& ValueEnumerator::Dispatch() {
 void ForEach(Object* collection, void (*fn)(const Value&, void*), void* context) {
   if (collection == nullptr) RaiseStandard(errors::kObjectVariableNotSet);
   Ref<Object> enumerator = collection->NewEnum();
-  if (auto* values = dynamic_cast<ValueEnumerator*>(enumerator.get())) {
+  if (auto* values = dynamic_cast<Enumerator*>(enumerator.get())) {
     Value item;
     while (values->Next(item)) fn(item, context);
     return;
@@ -81,8 +87,8 @@ void ForEach(Object* collection, void (*fn)(const Value&, void*), void* context)
   // Any other enumerator is driven through late binding.
   Value item;
   while (true) {
-    Value step = CallByName(enumerator.get(), u"Next", CallKind::kMethod,
-                            std::span<Value>(&item, 1));
+    Value step =
+        CallByName(enumerator.get(), u"Next", CallKind::kMethod, std::span<Value>(&item, 1));
     if (!step.IsNumeric() || step.integer() == 0) break;
     fn(item, context);
   }

@@ -207,7 +207,7 @@ namespace {
 using T = TimeInterval;
 
 enTimeSpanDateInterval PeriodArg(Args& a, size_t i) {
-  return static_cast<enTimeSpanDateInterval>(runtime::ToLong(a[i]));
+  return static_cast<enTimeSpanDateInterval>(a.Long(i));
 }
 
 const TimeInterval& IntervalArg(const Value& v) {
@@ -219,8 +219,8 @@ const TimeInterval& IntervalArg(const Value& v) {
 
 Value GetDifferenceByName(T& t, Args& a) {
   double units[6];
-  for (size_t i = 0; i < 6; ++i) units[i] = runtime::ToDouble(a[i]);
-  const bool precise = a.Has(6) ? runtime::ToBoolean(a[6]) : true;
+  for (size_t i = 0; i < 6; ++i) units[i] = a.Double(i);
+  const bool precise = a.Has(6) ? a.Boolean(6) : true;
   // By reference: what the member leaves in its arguments reaches the
   // caller, also when it raises part way.
   auto write_back = [&] {
@@ -276,13 +276,13 @@ const DispatchTable<TimeInterval>& TimeInterval::Dispatch() {
                   [](T& t, Args& a) { return Value(t.GetIntervalNumber(PeriodArg(a, 0))); })
           .Method(u"SetIntervalNumber", 2, 2,
                   [](T& t, Args& a) {
-                    t.SetIntervalNumber(runtime::ToLong(a[0]), PeriodArg(a, 1));
+                    t.SetIntervalNumber(a.Long(0), PeriodArg(a, 1));
                     return Value();
                   })
           .Method(u"SetDifference", 6, 6,
                   [](T& t, Args& a) {
                     double units[6];
-                    for (size_t i = 0; i < 6; ++i) units[i] = runtime::ToDouble(a[i]);
+                    for (size_t i = 0; i < 6; ++i) units[i] = a.Double(i);
                     t.SetDifference(units[0], units[1], units[2], units[3], units[4], units[5]);
                     return Value();
                   })

@@ -15,7 +15,7 @@ namespace {
 using U = Utilities;
 
 CompareMethod CompareArg(Args& a, size_t i, CompareMethod fallback) {
-  return a.Has(i) ? runtime::ToCompareMethod(runtime::ToLong(a[i])) : fallback;
+  return a.Has(i) ? runtime::ToCompareMethod(a.Long(i)) : fallback;
 }
 
 // Equals and ArrayEquals never raise, not even for a compare mode that does
@@ -34,7 +34,7 @@ Value Nothing(Args& a, size_t i) {
 
 // An omitted delimiter is the list default ",".
 std::u16string Delimiter(Args& a, size_t i) {
-  return a.Has(i) ? runtime::ToText(a[i]) : std::u16string(u",");
+  return a.Has(i) ? a.Text(i) : std::u16string(u",");
 }
 
 }  // namespace
@@ -60,7 +60,7 @@ const DispatchTable<Utilities>& Utilities::Dispatch() {
           .Method(u"FractionalPart", 1, 1, [](U& u, Args& a) { return u.FractionalPart(a[0]); })
           .Method(u"Round", 1, 2,
                   [](U& u, Args& a) {
-                    int32_t decimals = a.Has(1) ? runtime::ToLong(a[1]) : 0;
+                    int32_t decimals = a.Has(1) ? a.Long(1) : 0;
                     return Value(u.Round(a[0], decimals));
                   })
           .Method(u"ValueOrMissing", 2, 2,
@@ -82,7 +82,7 @@ const DispatchTable<Utilities>& Utilities::Dispatch() {
           // --- arrays ---
           .Method(u"AddToArray", 2, 3,
                   [](U& u, Args& a) {
-                    bool unique = a.Has(2) && runtime::ToBoolean(a[2]);
+                    bool unique = a.Has(2) && a.Boolean(2);
                     return u.AddToArray(a[0], a[1], unique);
                   })
           .Method(u"ArrayEquals", 2, 3,
@@ -99,16 +99,14 @@ const DispatchTable<Utilities>& Utilities::Dispatch() {
                   })
           .Method(u"SQuickSort", 3, 3,
                   [](U& u, Args& a) {
-                    u.SQuickSort(a[0], runtime::ToLong(a[1]), runtime::ToLong(a[2]));
+                    u.SQuickSort(a[0], a.Long(1), a.Long(2));
                     return Value();
                   })
           .Method(u"ReverseOrder", 1, 1, [](U& u, Args& a) { return u.ReverseOrder(a[0]); })
           .Method(u"IsEmptyArray", 1, 1, [](U& u, Args& a) { return Value(u.IsEmptyArray(a[0])); })
           .Method(u"UniqueValueArray", 1, 1, [](U& u, Args& a) { return u.UniqueValueArray(a[0]); })
           .Method(u"ReboundArray", 1, 2,
-                  [](U& u, Args& a) {
-                    return u.ReboundArray(a[0], a.Has(1) ? runtime::ToLong(a[1]) : 0);
-                  })
+                  [](U& u, Args& a) { return u.ReboundArray(a[0], a.Has(1) ? a.Long(1) : 0); })
           .Method(u"IsElement", 2, 2, [](U& u, Args& a) { return Value(u.IsElement(a[0], a[1])); })
           .Method(
               u"IsStringElement", 2, 3,
@@ -117,7 +115,7 @@ const DispatchTable<Utilities>& Utilities::Dispatch() {
               })
           .Method(u"ArrayCount", 1, 2,
                   [](U& u, Args& a) {
-                    return u.ArrayCount(a[0], a.Has(1) ? runtime::ToInteger(a[1]) : int16_t{1});
+                    return u.ArrayCount(a[0], a.Has(1) ? a.Integer(1) : int16_t{1});
                   })
           .Method(u"DimensionCount", 1, 1,
                   [](U& u, Args& a) { return Value(u.DimensionCount(a[0])); })
@@ -128,14 +126,13 @@ const DispatchTable<Utilities>& Utilities::Dispatch() {
                     return Value();
                   })
           // --- text, lists and conversions ---
-          .Method(u"HexToDec", 1, 1,
-                  [](U& u, Args& a) { return Value(u.HexToDec(runtime::ToText(a[0]))); })
+          .Method(u"HexToDec", 1, 1, [](U& u, Args& a) { return Value(u.HexToDec(a.Text(0))); })
           .Method(u"HexToNumber", 1, 1,
-                  [](U& u, Args& a) { return Value(u.HexToNumber(runtime::ToText(a[0]))); })
+                  [](U& u, Args& a) { return Value(u.HexToNumber(a.Text(0))); })
           .Method(u"String2ByteArray", 1, 2,
                   [](U& u, Args& a) {
-                    std::u16string text = runtime::ToText(a[0]);
-                    int32_t base = a.Has(1) ? runtime::ToLong(a[1]) : 0;
+                    std::u16string text = a.Text(0);
+                    int32_t base = a.Has(1) ? a.Long(1) : 0;
                     Value bytes = u.String2ByteArray(text, base);
                     a[0] = Value(std::move(text));
                     return bytes;
@@ -143,62 +140,52 @@ const DispatchTable<Utilities>& Utilities::Dispatch() {
           .Method(u"ByteArray2String", 1, 1,
                   [](U& u, Args& a) { return Value(u.ByteArray2String(a[0])); })
           .Method(u"ByteArrayDec2Hex", 1, 1, [](U& u, Args& a) { return u.ByteArrayDec2Hex(a[0]); })
-          .Method(u"String2Date", 1, 1,
-                  [](U& u, Args& a) { return u.String2Date(runtime::ToText(a[0])); })
+          .Method(u"String2Date", 1, 1, [](U& u, Args& a) { return u.String2Date(a.Text(0)); })
           .Method(u"StringAsHex", 1, 1,
-                  [](U& u, Args& a) { return Value(u.StringAsHex(runtime::ToText(a[0]))); })
+                  [](U& u, Args& a) { return Value(u.StringAsHex(a.Text(0))); })
           .Method(u"HexAsString", 1, 1,
-                  [](U& u, Args& a) { return Value(u.HexAsString(runtime::ToText(a[0]))); })
-          .Method(u"ParseIn", 1, 1,
-                  [](U& u, Args& a) { return Value(u.ParseIn(runtime::ToText(a[0]))); })
-          .Method(u"ParseOut", 1, 1,
-                  [](U& u, Args& a) { return Value(u.ParseOut(runtime::ToText(a[0]))); })
+                  [](U& u, Args& a) { return Value(u.HexAsString(a.Text(0))); })
+          .Method(u"ParseIn", 1, 1, [](U& u, Args& a) { return Value(u.ParseIn(a.Text(0))); })
+          .Method(u"ParseOut", 1, 1, [](U& u, Args& a) { return Value(u.ParseOut(a.Text(0))); })
           .Method(u"ListMember", 2, 3,
                   [](U& u, Args& a) {
-                    return Value(u.ListMember(runtime::ToText(a[0]), runtime::ToInteger(a[1]),
-                                              Delimiter(a, 2)));
+                    return Value(u.ListMember(a.Text(0), a.Integer(1), Delimiter(a, 2)));
                   })
-          .Method(u"ListMemberCount", 1, 2,
-                  [](U& u, Args& a) {
-                    return Value(u.ListMemberCount(runtime::ToText(a[0]), Delimiter(a, 1)));
-                  })
+          .Method(
+              u"ListMemberCount", 1, 2,
+              [](U& u, Args& a) { return Value(u.ListMemberCount(a.Text(0), Delimiter(a, 1))); })
           .Method(u"IsListMember", 2, 4,
                   [](U& u, Args& a) {
-                    std::u16string member = runtime::ToText(a[1]);
-                    bool found = u.IsListMember(runtime::ToText(a[0]), member, Delimiter(a, 2),
+                    std::u16string member = a.Text(1);
+                    bool found = u.IsListMember(a.Text(0), member, Delimiter(a, 2),
                                                 CompareArg(a, 3, CompareMethod::kText));
                     a[1] = Value(std::move(member));
                     return Value(found);
                   })
           .Method(u"CountSubstring", 2, 2,
-                  [](U& u, Args& a) {
-                    return Value(u.CountSubstring(runtime::ToText(a[0]), runtime::ToText(a[1])));
-                  })
+                  [](U& u, Args& a) { return Value(u.CountSubstring(a.Text(0), a.Text(1))); })
           .Method(u"StartsWith", 2, 4,
                   [](U& u, Args& a) {
-                    bool ignore_case = !a.Has(2) || runtime::ToBoolean(a[2]);
-                    bool trim_value = a.Has(3) && runtime::ToBoolean(a[3]);
+                    bool ignore_case = !a.Has(2) || a.Boolean(2);
+                    bool trim_value = a.Has(3) && a.Boolean(3);
                     return Value(u.StartsWith(a[0], a[1], ignore_case, trim_value));
                   })
           .Method(u"CleanupString", 1, 1,
-                  [](U& u, Args& a) { return Value(u.CleanupString(runtime::ToText(a[0]))); })
+                  [](U& u, Args& a) { return Value(u.CleanupString(a.Text(0))); })
           .Method(u"ConcatenateSeparator", 3, 3,
                   [](U& u, Args& a) {
-                    return Value(u.ConcatenateSeparator(runtime::ToText(a[0]),
-                                                        runtime::ToBoolean(a[1]), a[2]));
+                    return Value(u.ConcatenateSeparator(a.Text(0), a.Boolean(1), a[2]));
                   })
           .Method(u"Concatenate", 1, 1, [](U& u, Args& a) { return Value(u.Concatenate(a[0])); })
           .Method(u"SortList", 1, 2,
-                  [](U& u, Args& a) {
-                    return Value(u.SortList(runtime::ToText(a[0]), Delimiter(a, 1)));
-                  })
+                  [](U& u, Args& a) { return Value(u.SortList(a.Text(0), Delimiter(a, 1))); })
           .Method(u"MakeList", 1, 2,
                   [](U& u, Args& a) { return Value(u.MakeList(a[0], Delimiter(a, 1))); })
           .Method(u"BuildString", 1, kParamArray,
                   [](U& u, Args& a) { return Value(u.BuildString(a[0], a.Rest(1))); })
           .Method(u"BuildString2", 1, kParamArray,
                   [](U& u, Args& a) { return Value(u.BuildString2(a[0], a.Rest(1))); })
-          .Method(u"MD5", 1, 1, [](U& u, Args& a) { return Value(u.MD5(runtime::ToText(a[0]))); })
+          .Method(u"MD5", 1, 1, [](U& u, Args& a) { return Value(u.MD5(a.Text(0))); })
           .Build();
   return table;
 }

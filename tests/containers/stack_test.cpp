@@ -68,6 +68,9 @@ TEST(Stack, ByName) {
   EXPECT_EQ(CallByName(s, u"Count", CallKind::kGet).long_value(), 2);
   EXPECT_EQ(CallByName(s, u"Item", CallKind::kGet, {Value(1.5)}).string(), u"b");  // 2
   EXPECT_TRUE(CallByName(s, u"Remove", CallKind::kMethod).IsNull());
+  // An explicit Missing is a value like any other.
+  CallByName(s, u"Add", CallKind::kMethod, {Value::Missing()});
+  EXPECT_TRUE(CallByName(s, u"Top", CallKind::kGet).IsMissing());
   EXPECT_RAISES(CallByName(s, u"Top", CallKind::kGet, {Value(1)}), errors::kWrongArgumentCount);
 }
 

@@ -140,7 +140,7 @@ TEST(StringBuilder, ByName) {
   EXPECT_EQ(CallByName(sb, u"toString", CallKind::kGet).string(), u"ab7c\r\n");
   EXPECT_EQ(CallByName(sb, u"Find", CallKind::kMethod, {Value(u"B")}).long_value(), 2);
   EXPECT_RAISES(CallByName(sb, u"Insert", CallKind::kMethod, {Value(0)}),
-                errors::kWrongArgumentCount);
+                errors::kArgumentNotOptional);
 }
 
 }  // namespace

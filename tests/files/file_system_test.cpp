@@ -372,7 +372,7 @@ TEST_F(FileSystemTest, LateBoundThroughTheRegistry) {
   EXPECT_RAISES(CallByName(global, u"ReadFile", CallKind::kMethod, {Value(Path("none"))}),
                 errors::kFileNotFound);
   EXPECT_RAISES(CallByName(global, u"WriteFile", CallKind::kMethod, {Value(Path("x"))}),
-                errors::kWrongArgumentCount);
+                errors::kArgumentNotOptional);
 }
 
 }  // namespace

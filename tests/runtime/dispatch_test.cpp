@@ -47,6 +47,9 @@ class Probe : public Dispatchable<Probe> {
                 [](Probe& self, Args&, const Value& v) { self.counter = v.long_value(); })
             .Get(
                 u"Twice", [](Probe&, Args& a) { return Value(a[0].long_value() * 2); }, 1, 1)
+            // Length(text As String): a parameter of a fixed kind.
+            .Method(u"Length", 1, 1,
+                    [](Probe&, Args& a) { return Value(int32_t(a.Text(0).size())); })
             .Build();
     return table;
   }
@@ -94,17 +97,22 @@ TEST(CallByName, RaiseReachesTheCallerAsTheException) {
   }
 }
 
+TEST(CallByName, ExplicitMissingReachesARequiredValueParameter) {
+  Ref<Probe> probe = MakeRef<Probe>();
+  std::vector<Value> args = {Value::Missing(), Value(2)};
+  EXPECT_FALSE(CallByName(probe, u"Optional", CallKind::kMethod, std::span<Value>(args)).boolean());
+  EXPECT_EQ(probe->last_optional.long_value(), 2);
+}
+
 TEST(CallByName, OmittedOptionalArrivesAsMissingButEmptyDoesNot) {
   Ref<Probe> probe = MakeRef<Probe>();
   EXPECT_TRUE(CallByName(probe, u"Optional", CallKind::kMethod, {Value(1)}).boolean());
   EXPECT_TRUE(probe->last_optional.IsMissing());
-  EXPECT_FALSE(
-      CallByName(probe, u"Optional", CallKind::kMethod, {Value(1), Value()}).boolean());
+  EXPECT_FALSE(CallByName(probe, u"Optional", CallKind::kMethod, {Value(1), Value()}).boolean());
   EXPECT_TRUE(probe->last_optional.IsEmpty());
   // Passing the Missing marker explicitly is the same as omitting.
   EXPECT_TRUE(
-      CallByName(probe, u"Optional", CallKind::kMethod, {Value(1), Value::Missing()})
-          .boolean());
+      CallByName(probe, u"Optional", CallKind::kMethod, {Value(1), Value::Missing()}).boolean());
 }
 
 TEST(CallByName, ByReferenceArgumentIsWrittenBack) {
@@ -116,9 +124,8 @@ TEST(CallByName, ByReferenceArgumentIsWrittenBack) {
 
 TEST(CallByName, MembersAndCallKinds) {
   Ref<Probe> probe = MakeRef<Probe>();
-  EXPECT_EQ(CallByName(probe, u"Sum", CallKind::kMethod, {Value(1), Value(2), Value(3)})
-                .long_value(),
-            6);
+  EXPECT_EQ(
+      CallByName(probe, u"Sum", CallKind::kMethod, {Value(1), Value(2), Value(3)}).long_value(), 6);
   EXPECT_EQ(CallByName(probe, u"Sum", CallKind::kMethod).long_value(), 0);
   EXPECT_EQ(CallByName(probe, u"Twice", CallKind::kGet, {Value(21)}).long_value(), 42);
   // An empty name is the default member: probe(21) is probe.Twice(21).
@@ -141,14 +148,31 @@ TEST(CallByName, Refusals) {
   };
   const Case cases[] = {
       {"unknown member", u"Nope", CallKind::kMethod, {}, errors::kMemberNotSupported},
-      {"too many arguments", u"Optional", CallKind::kMethod,
-       {Value(1), Value(2), Value(3)}, errors::kWrongArgumentCount},
-      {"too few arguments", u"Twice", CallKind::kGet, {}, errors::kWrongArgumentCount},
-      {"required argument Missing", u"Optional", CallKind::kMethod,
-       {Value::Missing(), Value(2)}, errors::kArgumentNotOptional},
-      {"let on a read-only property", u"Twice", CallKind::kLet, {Value(1), Value(2)},
+      {"too many arguments",
+       u"Optional",
+       CallKind::kMethod,
+       {Value(1), Value(2), Value(3)},
        errors::kWrongArgumentCount},
-      {"set on a let-only property", u"Counter", CallKind::kSet, {Value(1)},
+      {"too few arguments", u"Twice", CallKind::kGet, {}, errors::kArgumentNotOptional},
+      {"Missing for a String parameter",
+       u"Length",
+       CallKind::kMethod,
+       {Value::Missing()},
+       errors::kArgumentNotOptional},
+      {"Null for a String parameter",
+       u"Length",
+       CallKind::kMethod,
+       {Value::Null()},
+       errors::kInvalidUseOfNull},
+      {"let on a read-only property",
+       u"Twice",
+       CallKind::kLet,
+       {Value(1), Value(2)},
+       errors::kWrongArgumentCount},
+      {"set on a let-only property",
+       u"Counter",
+       CallKind::kSet,
+       {Value(1)},
        errors::kWrongArgumentCount},
   };
   for (const Case& c : cases) {
@@ -168,8 +192,7 @@ TEST(Registry, CreatesByNameWithoutRegardToCase) {
   EXPECT_EQ(Registry::Instance().Find(u"KestrelTest.Hidden"), Instancing::kNotCreatable);
   // A global class may also be created explicitly; that is a new instance.
   EXPECT_NE(CreateObject(GlobalProbe::kQualifiedName).get(), &GlobalInstance<GlobalProbe>());
-  EXPECT_RAISES(Registry::Instance().Global(Probe::kQualifiedName),
-                errors::kCannotCreateObject);
+  EXPECT_RAISES(Registry::Instance().Global(Probe::kQualifiedName), errors::kCannotCreateObject);
 }
 
 TEST(Registry, OneGlobalInstancePerThread) {

@@ -205,5 +205,37 @@ TEST(Utilities, DispatchWritesBackByReference) {
       CallByName(&shared, u"Equals", CallKind::kMethod, {Value(1), Value(1), Value(7)}).boolean());
 }
 
+// A Missing passed explicitly reaches a Value parameter by name exactly as it
+// does from C++; a parameter of a fixed kind refuses it with 449.
+TEST(Utilities, ExplicitMissingByName) {
+  Utilities& shared = GlobalInstance<Utilities>();
+  const Value missing = Value::Missing();
+  struct Case {
+    std::u16string_view member;
+    std::vector<Value> args;
+    Value expected;
+  };
+  const Case cases[] = {
+      {u"Mz", {missing, Value(5)}, Value(5)},
+      {u"Max", {missing, Value(3)}, Value(3)},
+      {u"Min", {Value(3), missing}, Value(3)},
+      {u"NEMz", {missing, Value(u"d")}, Value(u"d")},
+      {u"Equals", {missing, Value(1)}, Value(false)},
+      {u"IsEmptyArray", {missing}, Value(true)},
+      {u"GetValue", {missing}, missing},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.member.begin(), c.member.end()));
+    std::vector<Value> args = c.args;
+    const Value got = CallByName(&shared, c.member, CallKind::kMethod, std::span<Value>(args));
+    EXPECT_EQ(got.code(), c.expected.code());
+    EXPECT_TRUE(shared.Equals(got, c.expected) || (got.IsMissing() && c.expected.IsMissing()));
+  }
+  EXPECT_RAISES(CallByName(&shared, u"HexToDec", CallKind::kMethod, {missing}),
+                errors::kArgumentNotOptional);
+  EXPECT_RAISES(CallByName(&shared, u"Mz", CallKind::kMethod, {missing}),
+                errors::kArgumentNotOptional);
+}
+
 }  // namespace
 }  // namespace kestrel

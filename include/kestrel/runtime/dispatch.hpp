@@ -17,9 +17,17 @@
 // caller's own Values: assigning to args[i] writes back into the caller's
 // variable (by-reference arguments). Omitted optional arguments (trailing
 // ones not passed) arrive as Missing; an argument the caller passed, even
-// Empty, arrives as passed. For property let and set, the assigned value is
-// passed separately. A method may also be called as a property get and the
-// other way round, as automation clients do; let and set must exist.
+// Empty or an explicit Missing, arrives as passed.
+//
+// Parameters come in two sorts, as in the runtime's own late binding. A
+// parameter of kind Value takes whatever it is given, Missing included, so
+// Mz(Missing, 5) by name behaves as it does from C++. A parameter of a fixed
+// kind (String, Long, Boolean, ...) is read through Args' typed accessors
+// (Text, Long, Integer, Double, Boolean), which convert as the runtime does
+// and raise 449 (argument not optional) for Missing. Fewer arguments than a
+// member requires also raise 449; more than it takes raise 450. For property let and set, the
+// assigned value is passed separately. A method may also be called as a property get and the other
+// way round, as automation clients do; let and set must exist.
 #pragma once
 
 #include <algorithm>
@@ -34,6 +42,7 @@
 #include "kestrel/frame/export.hpp"
 #include "kestrel/frame/object.hpp"
 #include "kestrel/frame/value.hpp"
+#include "kestrel/runtime/convert.hpp"
 
 namespace kestrel {
 
@@ -60,7 +69,21 @@ class Args {
     return first < given_.size() ? given_.subspan(first) : std::span<Value>();
   }
 
+  // Argument `i` for a parameter of a fixed kind: converted as the runtime
+  // converts (13, 6, 94 as the conversion raises); Missing raises 449.
+  std::u16string Text(size_t i) { return runtime::ToText(Fixed(i)); }
+  int32_t Long(size_t i) { return runtime::ToLong(Fixed(i)); }
+  int16_t Integer(size_t i) { return runtime::ToInteger(Fixed(i)); }
+  double Double(size_t i) { return runtime::ToDouble(Fixed(i)); }
+  bool Boolean(size_t i) { return runtime::ToBoolean(Fixed(i)); }
+
  private:
+  const Value& Fixed(size_t i) {
+    const Value& v = (*this)[i];
+    if (v.IsMissing()) RaiseStandard(errors::kArgumentNotOptional);
+    return v;
+  }
+
   std::span<Value> given_;
   std::array<Value, 8> scratch_;
 };
@@ -205,13 +228,15 @@ class DispatchTable {
     return n >= size_t(min_args) && n <= size_t(max_args);
   }
   static Value Call(CallFn fn, T& self, std::span<Value> args, int min_args, int max_args) {
+    // A required argument absent from the call is not optional (449). An
+    // explicit Missing is an argument like any other: a Value parameter
+    // receives it, a fixed-kind one refuses it through Args' accessors.
+    if (args.size() < size_t(min_args)) RaiseStandard(errors::kArgumentNotOptional);
     // Trailing Missing values count as omitted; a gap before a passed
     // argument is allowed and reads as Missing.
     size_t n = args.size();
     while (n > size_t(min_args) && args[n - 1].IsMissing()) --n;
-    if (!CountFits(n, min_args, max_args)) detail::RaiseBadCall();
-    for (int i = 0; i < min_args; ++i)
-      if (args[size_t(i)].IsMissing()) RaiseStandard(errors::kArgumentNotOptional);
+    if (n > size_t(max_args)) detail::RaiseBadCall();
     // The member still sees the caller's trailing Missing values: a member
     // that fills in an omitted by-reference argument writes it back there.
     Args a(args.first(std::min(args.size(), size_t(max_args))));
@@ -264,15 +289,25 @@ Value CallByName(const Ref<T>& object, std::u16string_view name, CallKind kind,
   return CallByName(static_cast<Object*>(object.get()), name, kind, args);
 }
 
-// An enumerator over a snapshot of values; what NewEnum hands out for the
-// runtime's containers. Next gives the items in order, then Empty with
-// `Done` True. Dispatchable as Next, Reset, Done.
-class KESTREL_API ValueEnumerator : public Dispatchable<ValueEnumerator> {
+// What NewEnum hands out: Next gives the items in order, then Empty and
+// false. ForEach drives any Enumerator directly, and any other object
+// through its late-bound Next.
+class KESTREL_API Enumerator {
+ public:
+  virtual ~Enumerator();
+  // Writes the next item into `out`; false (and Empty) at the end.
+  virtual bool Next(Value& out) = 0;
+  // Starts again from the first item.
+  virtual void Reset() = 0;
+};
+
+// An enumerator over a snapshot of values, as the runtime's Collection and
+// the library's lists hand out. Dispatchable as Next, Reset, Done.
+class KESTREL_API ValueEnumerator : public Dispatchable<ValueEnumerator>, public Enumerator {
  public:
   explicit ValueEnumerator(std::vector<Value> items) : items_(std::move(items)) {}
-  // Writes the next item into `out`; false at the end.
-  bool Next(Value& out);
-  void Reset() noexcept { position_ = 0; }
+  bool Next(Value& out) override;
+  void Reset() noexcept override { position_ = 0; }
   bool Done() const noexcept { return position_ >= items_.size(); }
   static const DispatchTable<ValueEnumerator>& Dispatch();
 
@@ -285,7 +320,8 @@ class KESTREL_API ValueEnumerator : public Dispatchable<ValueEnumerator> {
 KESTREL_API void ForEach(Object* collection, void (*fn)(const Value&, void*), void* context);
 template <class F>
 void ForEach(Object* collection, F&& fn) {
-  ForEach(collection, [](const Value& v, void* c) { (*static_cast<F*>(c))(v); }, &fn);
+  ForEach(
+      collection, [](const Value& v, void* c) { (*static_cast<F*>(c))(v); }, &fn);
 }
 
 }  // namespace kestrel
