@@ -1,5 +1,6 @@
 #include "kestrel/runtime/dictionary.hpp"
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <functional>
@@ -103,7 +104,8 @@ KeyId MakeKeyId(const Value& key, CompareMethod mode) {
 // to its entry's position. Remove leaves a tombstone (an entry without a
 // slot) and the vector is compacted once tombstones outnumber live entries,
 // so removals cost amortised constant time and positions stay valid between
-// compactions.
+// compactions. Every entry also carries a sequence number that only grows,
+// so a live enumerator can find its place again after any change.
 struct Dictionary::Impl {
   using Index = std::unordered_map<KeyId, size_t, KeyIdHash>;
 
@@ -111,6 +113,7 @@ struct Dictionary::Impl {
     Value key;  // as first added (or as last renamed by SetKey)
     Value item;
     Index::value_type* slot;  // nullptr for a removed entry
+    uint64_t sequence;        // ascending along `entries`
   };
 
   // Nodes of an unordered_map never move, so an entry can keep a pointer to
@@ -118,6 +121,16 @@ struct Dictionary::Impl {
   Index index;
   std::vector<Entry> entries;
   size_t removed = 0;
+  uint64_t next_sequence = 0;
+
+  // The first entry still present whose sequence number is `sequence` or
+  // later; nullptr when there is none.
+  const Entry* FirstPresentFrom(uint64_t sequence) const noexcept {
+    auto it = std::lower_bound(entries.begin(), entries.end(), sequence,
+                               [](const Entry& e, uint64_t s) { return e.sequence < s; });
+    while (it != entries.end() && it->slot == nullptr) ++it;
+    return it == entries.end() ? nullptr : &*it;
+  }
 
   Entry* Find(const KeyId& id) {
     auto it = index.find(id);
@@ -128,11 +141,12 @@ struct Dictionary::Impl {
   Entry& Append(KeyId id, const Value& key, Value item) {
     auto it = index.emplace(std::move(id), entries.size()).first;
     try {
-      entries.push_back(Entry{key, std::move(item), &*it});
+      entries.push_back(Entry{key, std::move(item), &*it, next_sequence});
     } catch (...) {
       index.erase(it);
       throw;
     }
+    ++next_sequence;
     return entries.back();
   }
 
@@ -181,18 +195,18 @@ struct Dictionary::Impl {
 
 KESTREL_REGISTER_CLASS(Dictionary, Dictionary::kQualifiedName, Instancing::kCreatable);
 
-Dictionary::Dictionary() : impl_(std::make_unique<Impl>()) {}
+Dictionary::Dictionary() : impl_(std::make_shared<Impl>()) {}
 
 Dictionary::~Dictionary() = default;
 
 void Dictionary::Add(const Value& key, Value item) {
-  KeyId id = MakeKeyId(key, mode_);
+  KeyId id = MakeKeyId(key, KeyMode());
   if (impl_->index.contains(id)) RaiseStandard(errors::kDuplicateKey);
   impl_->Append(std::move(id), key, std::move(item));
 }
 
 Value Dictionary::Item(const Value& key) {
-  KeyId id = MakeKeyId(key, mode_);
+  KeyId id = MakeKeyId(key, KeyMode());
   if (Impl::Entry* e = impl_->Find(id)) return e->item;
   // Reading a missing key adds it: the runtime's dictionary does, and code
   // written against it relies on d(k) = d(k) + 1 working for a new k.
@@ -201,7 +215,7 @@ Value Dictionary::Item(const Value& key) {
 }
 
 void Dictionary::SetItem(const Value& key, Value item) {
-  KeyId id = MakeKeyId(key, mode_);
+  KeyId id = MakeKeyId(key, KeyMode());
   if (Impl::Entry* e = impl_->Find(id)) {
     e->item = std::move(item);  // the key keeps its first spelling and kind
   } else {
@@ -210,9 +224,9 @@ void Dictionary::SetItem(const Value& key, Value item) {
 }
 
 void Dictionary::SetKey(const Value& key, const Value& new_key) {
-  Impl::Entry* e = impl_->Find(MakeKeyId(key, mode_));
+  Impl::Entry* e = impl_->Find(MakeKeyId(key, KeyMode()));
   if (e == nullptr) RaiseStandard(errors::kElementNotFound);
-  KeyId id = MakeKeyId(new_key, mode_);
+  KeyId id = MakeKeyId(new_key, KeyMode());
   // Also when new_key names this very entry (another spelling in text mode):
   // the runtime refuses the rename rather than respell the key.
   if (impl_->index.contains(id)) RaiseStandard(errors::kDuplicateKey);
@@ -225,7 +239,7 @@ void Dictionary::SetKey(const Value& key, const Value& new_key) {
 }
 
 bool Dictionary::Exists(const Value& key) const {
-  return impl_->index.contains(MakeKeyId(key, mode_));
+  return impl_->index.contains(MakeKeyId(key, KeyMode()));
 }
 
 int32_t Dictionary::Count() const noexcept {
@@ -241,7 +255,7 @@ Value Dictionary::Items() const {
 }
 
 void Dictionary::Remove(const Value& key) {
-  Impl::Entry* e = impl_->Find(MakeKeyId(key, mode_));
+  Impl::Entry* e = impl_->Find(MakeKeyId(key, KeyMode()));
   if (e == nullptr) RaiseStandard(errors::kElementNotFound);
   impl_->Erase(*e);
 }
@@ -255,19 +269,64 @@ void Dictionary::RemoveAll() noexcept {
   impl_->removed = 0;
 }
 
-void Dictionary::SetCompareMode(CompareMethod mode) {
+void Dictionary::SetCompareMode(int32_t mode) {
   // Keys already indexed were folded (or not) under the current mode.
-  if (Count() > 0) RaiseStandard(errors::kInvalidProcedureCall);
-  mode_ = runtime::ToCompareMethod(static_cast<int32_t>(mode));
+  if (Count() > 0 || mode < -1) RaiseStandard(errors::kInvalidProcedureCall);
+  compare_mode_ = mode;
 }
 
-Ref<Object> Dictionary::NewEnum() {
-  std::vector<Value> keys;
-  keys.reserve(impl_->index.size());
-  for (const Impl::Entry& e : impl_->entries) {
-    if (e.slot != nullptr) keys.push_back(e.key);
+// Walks the dictionary's own entries. It holds the sequence number of the
+// key it hands out next, fixed when the previous key was handed out, as a
+// pointer to the next node would be: a removed key is skipped, and past the
+// last key the enumerator stays at its end until Reset.
+class Dictionary::KeyEnumerator : public Dispatchable<KeyEnumerator>, public Enumerator {
+ public:
+  explicit KeyEnumerator(std::shared_ptr<const Impl> entries) : entries_(std::move(entries)) {
+    Reset();
   }
-  return MakeRef<ValueEnumerator>(std::move(keys));
+
+  bool Next(Value& out) override {
+    const Impl::Entry* e = at_end_ ? nullptr : entries_->FirstPresentFrom(next_);
+    if (e == nullptr) {
+      at_end_ = true;
+      out = Value();
+      return false;
+    }
+    out = e->key;
+    const Impl::Entry* following = entries_->FirstPresentFrom(e->sequence + 1);
+    at_end_ = following == nullptr;
+    if (following) next_ = following->sequence;
+    return true;
+  }
+  void Reset() override {
+    const Impl::Entry* first = entries_->FirstPresentFrom(0);
+    at_end_ = first == nullptr;
+    if (first) next_ = first->sequence;
+  }
+  bool Done() const noexcept { return at_end_; }
+
+  static const DispatchTable<KeyEnumerator>& Dispatch() {
+    static const auto table =
+        DispatchTable<KeyEnumerator>::Builder(u"DictionaryEnumerator")
+            .Method(u"Next", 1, 1, [](KeyEnumerator& e, Args& a) { return Value(e.Next(a[0])); })
+            .Method(u"Reset", 0, 0,
+                    [](KeyEnumerator& e, Args&) {
+                      e.Reset();
+                      return Value();
+                    })
+            .Get(u"Done", [](KeyEnumerator& e, Args&) { return Value(e.Done()); })
+            .Build();
+    return table;
+  }
+
+ private:
+  std::shared_ptr<const Impl> entries_;
+  uint64_t next_ = 0;
+  bool at_end_ = true;
+};
+
+Ref<Object> Dictionary::NewEnum() {
+  return MakeRef<KeyEnumerator>(impl_);
 }
 
 const DispatchTable<Dictionary>& Dictionary::Dispatch() {
@@ -307,11 +366,8 @@ const DispatchTable<Dictionary>& Dictionary::Dispatch() {
                     return Value();
                   })
           .Property(
-              u"CompareMode",
-              [](D& d, Args&) { return Value(static_cast<int32_t>(d.CompareMode())); },
-              [](D& d, Args&, const Value& v) {
-                d.SetCompareMode(runtime::ToCompareMethod(runtime::ToLong(v)));
-              })
+              u"CompareMode", [](D& d, Args&) { return Value(d.CompareMode()); },
+              [](D& d, Args&, const Value& v) { d.SetCompareMode(runtime::ToLong(v)); })
           .Method(u"_NewEnum", 0, 0, [](D& d, Args&) { return Value(d.NewEnum()); })
           .Method(u"NewEnum", 0, 0, [](D& d, Args&) { return Value(d.NewEnum()); })
           .Build();

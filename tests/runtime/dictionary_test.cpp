@@ -21,8 +21,7 @@ using Texts = std::vector<std::u16string>;
 Texts Walk(const Ref<Object>& e) {
   Texts out;
   Value v;
-  for (auto& values = dynamic_cast<ValueEnumerator&>(*e); values.Next(v);)
-    out.emplace_back(v.string());
+  for (auto& values = dynamic_cast<Enumerator&>(*e); values.Next(v);) out.emplace_back(v.string());
   return out;
 }
 
@@ -122,8 +121,55 @@ TEST(Dictionary, OrderSurvivesRemoveRenameAndAddAgain) {
   EXPECT_EQ(Walk(d.NewEnum()), (Texts{u"C", u"d", u"a"}));
   EXPECT_EQ(d.Item(Value(u"C")).string(), u"c");
   EXPECT_FALSE(d.Exists(Value(u"c")));
-  // An enumerator walks the keys as they were when it was made.
-  EXPECT_EQ(Walk(before), (Texts{u"a", u"b", u"c", u"d"}));
+  // An enumerator walks the dictionary as it is, not as it was when made.
+  EXPECT_EQ(Walk(before), (Texts{u"C", u"d", u"a"}));
+}
+
+// Enumeration is live: each case starts from keys a, b, c, takes `first`
+// keys, changes the dictionary, optionally resets, and walks the rest.
+TEST(Dictionary, LiveEnumeration) {
+  struct Case {
+    const char* what;
+    int first;
+    std::function<void(Dictionary&)> change;
+    bool reset;
+    Texts rest;
+  };
+  const Value b(u"b"), d_key(u"d");
+  const Case cases[] = {
+      {"reset after Remove", 1, [&](Dictionary& d) { d.Remove(b); }, true, {u"a", u"c"}},
+      {"Remove ahead is skipped", 1, [&](Dictionary& d) { d.Remove(b); }, false, {u"c"}},
+      {"Add ahead is seen",
+       1,
+       [&](Dictionary& d) { d.Add(d_key, Value()); },
+       false,
+       {u"b", u"c", u"d"}},
+      {"Add after the end", 3, [&](Dictionary& d) { d.Add(d_key, Value()); }, false, {}},
+      {"Add after the end, reset",
+       3,
+       [&](Dictionary& d) { d.Add(d_key, Value()); },
+       true,
+       {u"a", u"b", u"c", u"d"}},
+      {"RemoveAll then Add",
+       1,
+       [&](Dictionary& d) {
+         d.RemoveAll();
+         d.Add(d_key, Value());
+       },
+       false,
+       {u"d"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    Ref<Dictionary> d = MakeRef<Dictionary>();
+    for (const char16_t* k : {u"a", u"b", u"c"}) d->Add(Value(k), Value());
+    Ref<Object> e = d->NewEnum();
+    Value v;
+    for (int i = 0; i < c.first; ++i) dynamic_cast<Enumerator&>(*e).Next(v);
+    c.change(*d);
+    if (c.reset) CallByName(e, u"Reset", CallKind::kMethod);
+    EXPECT_EQ(Walk(e), c.rest);
+  }
 }
 
 // 100,000 keys, removed oldest first while more are added: a removal that
@@ -145,10 +191,13 @@ TEST(Dictionary, ManyAddsAndRemoves) {
 
 TEST(Dictionary, ByName) {
   Ref<Object> d = CreateObject(u"kestrel.dictionary");
-  for (int32_t bad : {3, -1})
-    EXPECT_RAISES(CallByName(d, u"CompareMode", CallKind::kLet, {Value(bad)}),
-                  errors::kInvalidProcedureCall);
-  CallByName(d, u"CompareMode", CallKind::kLet, {Value(u"1")});  // text, converted
+  // Any mode from -1 up is kept as given; every mode but 0 compares as text.
+  EXPECT_RAISES(CallByName(d, u"CompareMode", CallKind::kLet, {Value(-2)}),
+                errors::kInvalidProcedureCall);
+  for (int32_t mode : {-1, 7, 1}) {
+    CallByName(d, u"CompareMode", CallKind::kLet, {Value(double(mode))});
+    EXPECT_EQ(CallByName(d, u"CompareMode", CallKind::kGet).long_value(), mode);
+  }
   Ref<Dictionary> obj = MakeRef<Dictionary>();
   CallByName(d, u"Add", CallKind::kMethod, {Value(u"a"), Value(int32_t{1})});
   CallByName(d, u"", CallKind::kLet, {Value(u"b"), Value(int32_t{2})});  // d("b") = 2

@@ -6,8 +6,9 @@
 // raises 32811 ("Element not found"). Numeric keys compare by value across
 // kinds (0 and 0.0 are one key, but "0" is another); Empty and Null are
 // different keys; objects are keys by identity; arrays cannot be keys (13).
-// CompareMode (0 binary, 1 text) may change only while the dictionary is
-// empty (5 otherwise); in text mode text keys match without regard to case
+// CompareMode is stored as given, any value from -1 up (below raises 5), and
+// may change only while the dictionary is empty (5 otherwise): 0 compares
+// keys in binary, every other mode as text. In text mode keys match without regard to case
 // (full Unicode case folding: "Straße" and "STRASSE" are one key) and keep
 // the spelling they were added with. Every key keeps the value and kind it
 // was added with. Renaming a key (SetKey) keeps its place in the order and
@@ -18,6 +19,12 @@
 //   auto d = kestrel::MakeRef<kestrel::Dictionary>();
 //   d->Add(Value(u"x"), Value(1));
 //   d->Exists(Value(u"X"));   // false in binary mode
+//
+// Enumeration over the keys is live, as the runtime's is: the enumerator
+// walks the dictionary itself, not a copy, so it never returns a key removed
+// before it got there, and returns keys added before it got there. Once it
+// has handed out the last key it is at its end: a key added later shows only
+// after Reset, which starts again from the first key then present.
 //
 // Dispatchable as Add, Item (the default member; get, let, and set, which
 // takes objects only: 424 otherwise), Key (let), Count, Exists, Keys, Items,
@@ -59,8 +66,9 @@ class KESTREL_API Dictionary : public Dispatchable<Dictionary> {
   Value Items() const;
   void Remove(const Value& key);
   void RemoveAll() noexcept;
-  CompareMethod CompareMode() const noexcept { return mode_; }
-  void SetCompareMode(CompareMethod mode);
+  int32_t CompareMode() const noexcept { return compare_mode_; }
+  void SetCompareMode(int32_t mode);
+  void SetCompareMode(CompareMethod mode) { SetCompareMode(static_cast<int32_t>(mode)); }
 
   Ref<Object> NewEnum() override;
   static const DispatchTable<Dictionary>& Dispatch();
@@ -69,8 +77,16 @@ class KESTREL_API Dictionary : public Dispatchable<Dictionary> {
   // Entries in insertion order and the hash index over their keys
   // (dictionary.cpp).
   struct Impl;
-  std::unique_ptr<Impl> impl_;
-  CompareMethod mode_ = CompareMethod::kBinary;
+  class KeyEnumerator;
+  // How keys match under the stored mode.
+  CompareMethod KeyMode() const noexcept {
+    return compare_mode_ == 0 ? CompareMethod::kBinary : CompareMethod::kText;
+  }
+
+  // Shared with live enumerators, which may outlive the dictionary (and a
+  // dictionary on the stack cannot be kept alive by reference counting).
+  std::shared_ptr<Impl> impl_;
+  int32_t compare_mode_ = 0;
 };
 
 }  // namespace kestrel
