@@ -155,7 +155,7 @@ int AtomicWriteSteps::CreateTemporary(const std::string& folder, std::string& te
     std::snprintf(name, sizeof name, "/.kestrel-%08x.tmp", unsigned(random));
     temp_path = folder + name;
     // 0666 lets the umask decide, as for any new file; an existing file's
-    // permissions are copied over afterwards.
+    // owner, group and permissions are copied over afterwards.
     int fd = ::open(temp_path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (fd >= 0 || errno != EEXIST) return fd;
   }
