@@ -2,14 +2,18 @@
 // is listed, its keys and its lines must read back within the buffer
 // contracts; a whole section written back unchanged must read the same;
 // setting a key must make it readable and leave the list of sections as it
-// was. The file lives on a memory file system when there is one, so that
-// the flush of each rewrite costs nothing.
+// was; no write may lose a byte from the first NUL on, and a new section
+// goes after the file's last byte when a NUL hides the end from reads. The
+// file lives on a memory file system when there is one, so that the flush
+// of each rewrite costs nothing.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -55,6 +59,24 @@ std::vector<std::u16string> List(OptionalText section, bool whole_section) {
   }
 }
 
+std::string FileBytes() {
+  std::ifstream in(FilePath(), std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// Whether `name` is listed, ASCII letters matched without regard to case
+// (the name probed for has no letter that a non-ASCII one folds to).
+bool Listed(const std::vector<std::u16string>& names, std::u16string_view name) {
+  auto fold = [](char16_t c) { return c >= u'A' && c <= u'Z' ? char16_t(c + 32) : c; };
+  for (const std::u16string& listed : names) {
+    if (std::equal(listed.begin(), listed.end(), name.begin(), name.end(),
+                   [&](char16_t a, char16_t b) { return fold(a) == fold(b); })) {
+      return true;
+    }
+  }
+  return false;
+}
+
 std::u16string Value(std::u16string_view section, std::u16string_view key) {
   std::u16string buffer(1 << 12, u' ');
   for (;;) {
@@ -79,22 +101,38 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // Small buffers: never a character written past the size handed over.
   for (size_t small = 0; small < 4; ++small) {
     std::vector<char16_t> buffer(small + 1, u'#');
-    int32_t n = GetProfileString(std::nullopt, std::nullopt, u"", {buffer.data(), small},
-                                 FilePath());
+    int32_t n =
+        GetProfileString(std::nullopt, std::nullopt, u"", {buffer.data(), small}, FilePath());
     if (buffer[small] != u'#' || n < 0 || (small < 2 && n != 0)) std::abort();
   }
-  if (sections.empty()) return 0;
+  const std::string_view input(reinterpret_cast<const char*>(data), size);
+  const size_t nul = input.find('\0');
+  const std::string_view trailer = nul == input.npos ? std::string_view() : input.substr(nul);
 
-  const std::u16string& first = sections.front();
-  const std::vector<std::u16string> lines = List(first, true);
-  std::u16string text;
-  for (const std::u16string& line : lines) text.append(line).push_back(u'\0');
-  if (!WriteProfileSection(first, text, FilePath())) std::abort();
-  if (List(first, true) != lines) std::abort();
-  if (List(std::nullopt, false) != sections) std::abort();
+  if (!sections.empty()) {
+    const std::u16string& first = sections.front();
+    const std::vector<std::u16string> lines = List(first, true);
+    std::u16string text;
+    for (const std::u16string& line : lines) text.append(line).push_back(u'\0');
+    if (!WriteProfileSection(first, text, FilePath())) std::abort();
+    if (List(first, true) != lines) std::abort();
+    if (List(std::nullopt, false) != sections) std::abort();
 
-  if (!WriteProfileString(first, u"fuzz key", u"fuzz value", FilePath())) std::abort();
-  if (Value(first, u"FUZZ KEY") != u"fuzz value") std::abort();
-  if (List(std::nullopt, false) != sections) std::abort();
+    if (!WriteProfileString(first, u"fuzz key", u"fuzz value", FilePath())) std::abort();
+    if (Value(first, u"FUZZ KEY") != u"fuzz value") std::abort();
+    if (List(std::nullopt, false) != sections) std::abort();
+    if (!FileBytes().ends_with(trailer)) std::abort();
+  }
+
+  constexpr std::u16string_view kNew = u"~fuzz new~";
+  if (Listed(sections, kNew)) return 0;
+  if (!WriteProfileString(kNew, u"fuzz key", u"v", FilePath())) std::abort();
+  if (nul != input.npos) {
+    if (!FileBytes().ends_with(std::string(trailer) + "\r\n[~fuzz new~]\r\nfuzz key=v\r\n")) {
+      std::abort();
+    }
+  } else if (Value(kNew, u"fuzz key") != u"v") {
+    std::abort();
+  }
   return 0;
 }

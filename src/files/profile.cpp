@@ -219,8 +219,9 @@ int32_t CopyList(const Entries& entries, std::span<char16_t> buffer) {
     buffer[room + 1] = 0;
     return size - 2;
   }
+  // The list's own NUL. An empty list has no last entry for it to follow,
+  // so it is the only one written.
   buffer[at] = 0;
-  if (at == 0) buffer[1] = 0;  // an empty list is two NULs
   return int32_t(at);
 }
 
@@ -290,10 +291,11 @@ std::u16string EntryText(std::u16string_view key, std::u16string_view value) {
   return text;
 }
 
-void AppendSection(std::vector<ProfileLine>& lines, std::u16string_view section,
+void AppendSection(ProfileDocument& document, std::u16string_view section,
                    std::vector<ProfileLine> body) {
-  lines.push_back(NewLine(HeaderText(section)));
-  for (ProfileLine& line : body) lines.push_back(std::move(line));
+  std::vector<ProfileLine>& end = document.End();
+  end.push_back(NewLine(HeaderText(section)));
+  for (ProfileLine& line : body) end.push_back(std::move(line));
 }
 
 // Removes the section's header and every line of it but its comments.
@@ -397,7 +399,7 @@ bool WriteProfileString(std::u16string_view section, OptionalText key, OptionalT
   if (header == kNone) {
     std::vector<ProfileLine> body;
     body.push_back(NewLine(EntryText(name, *value)));
-    AppendSection(lines, section, std::move(body));
+    AppendSection(file.document, section, std::move(body));
     return Save(path, file.document);
   }
   if (size_t entry = FindEntry(lines, header, name); entry != kNone) {
@@ -434,7 +436,7 @@ bool WriteProfileSection(std::u16string_view section, OptionalText text, const s
   auto& lines = file.document.lines;
   const size_t header = FindHeader(lines, section);
   if (header == kNone) {
-    AppendSection(lines, section, std::move(body));
+    AppendSection(file.document, section, std::move(body));
     return Save(path, file.document);
   }
   // Every line of the section goes, except the blank lines that separate it

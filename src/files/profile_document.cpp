@@ -10,8 +10,9 @@ namespace {
 
 constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 
+// Vertical tab counts as a blank, as space and tab do.
 bool IsBlank(char16_t c) {
-  return c == u' ' || c == u'\t';
+  return c == u' ' || c == u'\t' || c == u'\v';
 }
 
 // One matching pair of outer quotes goes; crossed or unmatched quotes are
@@ -36,6 +37,19 @@ std::string_view LineEndBytes(LineEnd end) {
       break;
   }
   return {};
+}
+
+// Every line ends, so that a file without a final line end gets one when
+// rewritten; only `open_end` lets the last line stay as it was (text cut by
+// a NUL is not the end of the file).
+void SerializeLines(const std::vector<ProfileLine>& lines, ProfileEncoding encoding, bool open_end,
+                    std::string& bytes) {
+  for (const ProfileLine& line : lines) {
+    bytes += encoding == ProfileEncoding::kAnsi ? runtime::ToAnsi(line.text) : ToUtf8(line.text);
+    const bool last = &line == &lines.back();
+    bytes.append(line.end == LineEnd::kNone && !(last && open_end) ? LineEndBytes(LineEnd::kCrLf)
+                                                                   : LineEndBytes(line.end));
+  }
 }
 
 }  // namespace
@@ -119,16 +133,16 @@ ProfileDocument ProfileDocument::Parse(std::string_view bytes) {
 std::string ProfileDocument::Serialize() const {
   std::string bytes;
   if (encoding == ProfileEncoding::kUtf8WithMark) bytes.append(kUtf8Mark);
-  for (size_t i = 0; i < lines.size(); ++i) {
-    const ProfileLine& line = lines[i];
-    bytes += encoding == ProfileEncoding::kAnsi ? runtime::ToAnsi(line.text) : ToUtf8(line.text);
-    // Every line that is rewritten ends; only an untouched file keeps a
-    // last line without its line end.
-    bytes.append(line.end == LineEnd::kNone ? LineEndBytes(LineEnd::kCrLf)
-                                            : LineEndBytes(line.end));
-  }
+  SerializeLines(lines, encoding, !trailer.empty(), bytes);
   bytes += trailer;
+  // The trailer's last line may be unfinished: the added lines start a new one.
+  if (!after_trailer.empty()) bytes.append(LineEndBytes(LineEnd::kCrLf));
+  SerializeLines(after_trailer, encoding, false, bytes);
   return bytes;
+}
+
+std::vector<ProfileLine>& ProfileDocument::End() {
+  return trailer.empty() ? lines : after_trailer;
 }
 
 ProfileIndex::ProfileIndex(const ProfileDocument& document) {

@@ -12,7 +12,7 @@
 namespace kestrel::files::detail {
 
 enum class LineKind : uint8_t {
-  kBlank,    // spaces and tabs only
+  kBlank,    // blanks only (space, tab, vertical tab)
   kHeader,   // "[name]" (the "]" is optional)
   kComment,  // first non-blank character ";"
   kEntry,    // name=value
@@ -38,7 +38,7 @@ struct LineMeaning {
 LineMeaning Interpret(std::u16string_view text);
 LineKind Classify(std::u16string_view text);
 
-// Without surrounding spaces and tabs.
+// Without surrounding blanks (space, tab, vertical tab).
 std::u16string_view TrimBlanks(std::u16string_view text);
 
 // Case-insensitive key of a section or key name.
@@ -50,9 +50,14 @@ struct ProfileDocument {
   // Bytes from the first NUL on: text after it is not read as lines, but a
   // rewrite keeps it.
   std::string trailer;
+  // Lines added after the trailer. A new section goes after the file's last
+  // byte, even where reads stop at a NUL before it.
+  std::vector<ProfileLine> after_trailer;
 
   static ProfileDocument Parse(std::string_view bytes);
   std::string Serialize() const;
+  // Where lines added at the end of the file go.
+  std::vector<ProfileLine>& End();
 };
 
 // Read-side index over a parsed document: sections in file order, the first

@@ -13,6 +13,7 @@
 #include "kestrel/frame/unicode.hpp"
 #include "kestrel/runtime/encoding.hpp"
 #include "kestrel/runtime/registry.hpp"
+#include "run_as_unprivileged.hpp"
 #include "runtime_error_matchers.hpp"
 #include "temp_folder.hpp"
 
@@ -21,6 +22,8 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::FileBytes;
+using testing::GiveToUnprivileged;
+using testing::RunAsUnprivileged;
 using testing::TempFolder;
 
 std::u16string U(const std::string& utf8) {
@@ -38,24 +41,6 @@ std::u16string Repeated(std::u16string_view prefix, size_t n, char16_t c,
 void Put(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary) << bytes;
 }
-
-// Permissions do not deny anything to root: tests of denial skip then.
-bool IsRoot() {
-  return ::geteuid() == 0;
-}
-
-// Gives a folder the given mode for the guard's lifetime, so that the
-// temporary folder can still be cleaned up.
-class ScopedMode {
- public:
-  ScopedMode(std::string path, mode_t mode) : path_(std::move(path)) {
-    ::chmod(path_.c_str(), mode);
-  }
-  ~ScopedMode() { ::chmod(path_.c_str(), 0755); }
-
- private:
-  std::string path_;
-};
 
 // Works in the temporary folder, so that relative names land there.
 class FileSystemTest : public ::testing::Test {
@@ -174,21 +159,24 @@ TEST_F(FileSystemTest, TrappedMembersReturnTrueWhenTheyFail) {
 }
 
 // In a folder that denies changes, CreateFolder raises 70 and the trapped
-// members report True while everything stays.
+// members report True while everything stays. Root is denied nothing, so
+// then the checks run as nobody.
 TEST_F(FileSystemTest, DeniedChanges) {
-  if (IsRoot()) GTEST_SKIP() << "permissions do not deny root";
-  fs::create_directory(folder.File("locked"));
-  fs::create_directory(folder.File("locked/stays"));
-  Put(folder.File("locked/file"), "f");
-  ScopedMode read_only(folder.File("locked"), 0555);
-  EXPECT_TRUE(files.DeleteFolder(Path("locked/stays")));
-  EXPECT_TRUE(fs::is_directory(folder.File("locked/stays")));
-  EXPECT_TRUE(files.DeleteFile(Path("locked/file")));
-  EXPECT_TRUE(files.FileExists(Path("locked/file")));
-  EXPECT_TRUE(files.MoveFile(Path("locked/file"), Path("out")));
-  EXPECT_TRUE(files.FileExists(Path("locked/file")));
-  EXPECT_FALSE(files.FileExists(Path("out")));
-  EXPECT_RAISES(files.CreateFolder(Path("locked/new/deeper")), errors::kPermissionDenied);
+  GiveToUnprivileged(folder.path());
+  RunAsUnprivileged([&] {
+    fs::create_directories(folder.File("locked/stays"));
+    Put(folder.File("locked/file"), "f");
+    ::chmod(folder.File("locked").c_str(), 0555);
+    EXPECT_TRUE(files.DeleteFolder(Path("locked/stays")));
+    EXPECT_TRUE(fs::is_directory(folder.File("locked/stays")));
+    EXPECT_TRUE(files.DeleteFile(Path("locked/file")));
+    EXPECT_TRUE(files.FileExists(Path("locked/file")));
+    EXPECT_TRUE(files.MoveFile(Path("locked/file"), Path("out")));
+    EXPECT_TRUE(files.FileExists(Path("locked/file")));
+    EXPECT_FALSE(files.FileExists(Path("out")));
+    EXPECT_RAISES(files.CreateFolder(Path("locked/new/deeper")), errors::kPermissionDenied);
+    ::chmod(folder.File("locked").c_str(), 0755);  // so that the folder can be removed
+  });
 }
 
 TEST_F(FileSystemTest, CopyFileReplacesOnlyWhenAskedAndCopiesIntoFolders) {

@@ -7,14 +7,19 @@
 // - Section and key names match without regard to case; the first matching
 //   section and the first matching key in it count. Name arguments lose
 //   surrounding spaces (not tabs).
-// - A value loses surrounding spaces and tabs, then one matching pair of
-//   outer quotes (single or double). A default loses trailing spaces.
+// - In the file, blanks are space, tab and vertical tab: they are ignored
+//   around key names, inside the brackets of a header and before its "[".
+// - A value loses surrounding blanks, then one matching pair of outer
+//   quotes (single or double). A default loses trailing spaces.
 // - A line whose first non-blank character is ";" is a comment. Lines
-//   before the first header belong to no section.
+//   before the first header belong to no section. Reads stop at the first
+//   NUL byte of the file.
 // - Lists (an absent section name: all section names; an absent key name:
 //   the keys of a section; GetProfileSection: every non-blank line of a
 //   section) put a NUL after each entry and one more at the end. The count
-//   returned excludes that last NUL.
+//   returned excludes that last NUL. An empty list (no sections, a section
+//   without keys) is that one NUL and returns 0; the keys of a missing
+//   section are the default, as a missing key's value is.
 //
 // Buffer contracts (`buffer.size()` is the size handed over):
 // - below 2: nothing fits; 0 is returned;
@@ -23,12 +28,19 @@
 // - a list cut short, or one that would need the whole buffer: the first
 //   size - 2 characters and two NULs, returns size - 2.
 //
-// Writing: every write rewrites the file atomically (a temporary file in the
-// same folder, flushed to disk, renamed over the original; see
-// atomic_write.hpp), so a crash or a full disk leaves the old file or the
-// new one, never a torn one. A failed write returns false and leaves the
-// old file. New files are "[Section]\r\nkey=value\r\n"; existing lines keep
-// their text and line ends; a missing final line end is added.
+// Writing: a write rewrites the whole file through ReplaceFileContent (see
+// atomic_write.hpp). Usually that is atomic: a temporary file in the same
+// folder, flushed to disk, renamed over the original, so a crash or a full
+// disk leaves the old file or the new one. A file with other hard links,
+// one in a folder the caller may not create files in, or one whose owner
+// the caller could not give a new file is rewritten in place instead,
+// which keeps its links, owner and mode but is NOT atomic: a failure midway
+// can leave it torn. A file the caller may not write is never replaced: the
+// write returns false. A failed write returns false.
+// New files are "[Section]\r\nkey=value\r\n"; existing lines keep their
+// text and line ends; a missing final line end is added. In a file with a
+// NUL byte, writes keep every byte from the NUL on; a new section goes
+// after the file's last byte, after a CR LF, where reads do not see it.
 //
 // Files are Windows-1252 text. A file that starts with a UTF-8 byte-order
 // mark (written by another tool) is read as UTF-8 and written back as UTF-8
