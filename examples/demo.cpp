@@ -22,6 +22,7 @@
 #include "kestrel/runtime/dictionary.hpp"
 #include "kestrel/runtime/dispatch.hpp"
 #include "kestrel/runtime/error.hpp"
+#include "kestrel/runtime/format.hpp"
 #include "kestrel/runtime/registry.hpp"
 #include "kestrel/runtime/strings.hpp"
 #include "kestrel/time/time_interval.hpp"

@@ -13,6 +13,7 @@
 #include "kestrel/frame/value.hpp"
 #include "kestrel/runtime/convert.hpp"
 #include "kestrel/runtime/dates.hpp"
+#include "kestrel/runtime/format.hpp"
 
 using namespace kestrel;
 

@@ -8,6 +8,7 @@
 #include "kestrel/frame/unicode.hpp"
 #include "kestrel/runtime/convert.hpp"
 #include "kestrel/runtime/dates.hpp"
+#include "kestrel/runtime/format.hpp"
 #include "kestrel/runtime/registry.hpp"
 
 namespace kestrel::diagnostics {

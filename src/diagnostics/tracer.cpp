@@ -7,6 +7,7 @@
 #include "kestrel/diagnostics/profiler.hpp"
 #include "kestrel/runtime/convert.hpp"
 #include "kestrel/runtime/dates.hpp"
+#include "kestrel/runtime/format.hpp"
 #include "kestrel/runtime/registry.hpp"
 #include "kestrel/runtime/strings.hpp"
 

@@ -1,5 +1,4 @@
-// Date text: reading dates as the conversions do (ParseDate, ToDate, IsDate)
-// and Format.
+// Date text: reading dates as the conversions do (ParseDate, ToDate, IsDate).
 //
 // The reader is strict where the fixed locale leaves no doubt and lenient
 // only in the ways clients' data commonly needs:
@@ -19,9 +18,7 @@
 // that only holds a number: CDate("45000") is a type mismatch, as it is for
 // the runtime, and a number-valued string needs an explicit CDbl first.
 #include <array>
-#include <charconv>
 #include <chrono>
-#include <cmath>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -72,8 +69,6 @@ bool EqualsWord(std::u16string_view text, std::string_view lower_word) {
 constexpr std::array<std::string_view, 12> kMonthNames = {
     "january", "february", "march",     "april",   "may",      "june",
     "july",    "august",   "september", "october", "november", "december"};
-constexpr std::array<std::string_view, 7> kWeekdayNames = {
-    "sunday", "monday", "tuesday", "wednesday", "thursday", "friday", "saturday"};
 
 // 1..12 for a month's full name or its first three letters, else 0.
 int MonthFromWord(std::u16string_view word) {
@@ -102,39 +97,8 @@ int64_t FullYear(int64_t y) {
   return y;
 }
 
-// A date split into its parts, rounded to the second the way the default
-// text form rounds it.
-struct DateParts {
-  int year, month, day, hour, minute, second;
-  int weekday;      // 0 Sunday .. 6 Saturday
-  int day_of_year;  // 1..366
-};
-
-DateParts SplitSerial(double serial) {
-  const double whole = std::trunc(serial);
-  int64_t day = static_cast<int64_t>(whole);
-  auto seconds = static_cast<int64_t>(std::round(std::fabs(serial - whole) * 86400.0));
-  if (seconds >= 86400) {  // rounds up into the next calendar day
-    seconds -= 86400;
-    day += 1;
-  }
-  const chr::sys_days date = kEpoch + chr::days{day};
-  const chr::year_month_day ymd{date};
-  const chr::sys_days new_year = ymd.year() / chr::January / 1;
-  DateParts parts;
-  parts.year = static_cast<int>(ymd.year());
-  parts.month = static_cast<int>(static_cast<unsigned>(ymd.month()));
-  parts.day = static_cast<int>(static_cast<unsigned>(ymd.day()));
-  parts.hour = static_cast<int>(seconds / 3600);
-  parts.minute = static_cast<int>(seconds / 60 % 60);
-  parts.second = static_cast<int>(seconds % 60);
-  parts.weekday = static_cast<int>(chr::weekday{date}.c_encoding());
-  parts.day_of_year = static_cast<int>((date - new_year).count()) + 1;
-  return parts;
-}
-
 int CurrentYear() {
-  return SplitSerial(Now()).year;
+  return Year(Now());
 }
 
 // --- reading -------------------------------------------------------------------
@@ -362,324 +326,6 @@ class DateReader {
   int n_;
 };
 
-// --- Format ----------------------------------------------------------------------
-
-void AppendNumber(std::u16string& out, int64_t value, int min_width) {
-  char buffer[24];
-  auto r = std::to_chars(buffer, buffer + sizeof(buffer), value);
-  for (int pad = min_width - static_cast<int>(r.ptr - buffer); pad > 0; --pad) out += u'0';
-  for (char* q = buffer; q < r.ptr; ++q) out += static_cast<char16_t>(*q);
-}
-
-void AppendAscii(std::u16string& out, std::string_view text) {
-  for (char c : text) out += static_cast<char16_t>(c);
-}
-
-// A month or weekday name with its first letter upper case, whole or cut to
-// three letters.
-void AppendName(std::u16string& out, std::string_view lower_name, bool abbreviated) {
-  const size_t start = out.size();
-  AppendAscii(out, abbreviated ? lower_name.substr(0, 3) : lower_name);
-  out[start] = static_cast<char16_t>(out[start] - 0x20);
-}
-
-bool StartsWithWord(std::u16string_view text, std::string_view lower_word) {
-  return text.size() >= lower_word.size() &&
-         EqualsWord(text.substr(0, lower_word.size()), lower_word);
-}
-
-size_t RunLength(std::u16string_view pattern, size_t i) {
-  size_t n = 1;
-  while (i + n < pattern.size() && Lower(pattern[i + n]) == Lower(pattern[i])) ++n;
-  return n;
-}
-
-// Quoted text and backslash escapes are literal in both kinds of pattern.
-// Returns the characters the literal spans, 0 when `i` starts none.
-size_t AppendLiteral(std::u16string_view pattern, size_t i, std::u16string& out) {
-  if (pattern[i] == u'"') {
-    const size_t close = pattern.find(u'"', i + 1);
-    const size_t end = close == std::u16string_view::npos ? pattern.size() : close;
-    out.append(pattern.substr(i + 1, end - i - 1));
-    return end == pattern.size() ? end - i : end - i + 1;
-  }
-  if (pattern[i] == u'\\') {
-    if (i + 1 < pattern.size()) out += pattern[i + 1];
-    return i + 1 < pattern.size() ? 2 : 1;
-  }
-  return 0;
-}
-
-bool IsDateLetter(char16_t c) {
-  const char16_t l = Lower(c);
-  return l == u'd' || l == u'm' || l == u'y' || l == u'h' || l == u'n' || l == u's';
-}
-
-bool IsMeridiemToken(std::u16string_view rest) {
-  return StartsWithWord(rest, "am/pm") || StartsWithWord(rest, "a/p");
-}
-
-// Where the next date or time token at or after `i` starts, skipping
-// literals; npos when there is none.
-size_t FindDateToken(std::u16string_view pattern, size_t i) {
-  std::u16string ignored;
-  while (i < pattern.size()) {
-    if (size_t skip = AppendLiteral(pattern, i, ignored)) {
-      i += skip;
-      continue;
-    }
-    if (IsDateLetter(pattern[i]) || IsMeridiemToken(pattern.substr(i))) return i;
-    ++i;
-  }
-  return std::u16string_view::npos;
-}
-
-bool IsDatePattern(std::u16string_view pattern) {
-  return FindDateToken(pattern, 0) != std::u16string_view::npos;
-}
-
-// AM/PM anywhere turns every hour to the 12-hour clock.
-bool HasMeridiem(std::u16string_view pattern) {
-  for (size_t i = FindDateToken(pattern, 0); i != std::u16string_view::npos;
-       i = FindDateToken(pattern, i + 1)) {
-    if (IsMeridiemToken(pattern.substr(i))) return true;
-  }
-  return false;
-}
-
-// Where an "m" run means minutes: right after an hour, or right before seconds.
-bool MeansMinutes(std::u16string_view pattern, size_t i, size_t run, char16_t previous_token) {
-  if (run > 2) return false;
-  if (previous_token == u'h') return true;
-  const size_t next = FindDateToken(pattern, i + run);
-  return next != std::u16string_view::npos && Lower(pattern[next]) == u's';
-}
-
-std::u16string FormatDate(double serial, std::u16string_view pattern) {
-  const DateParts p = SplitSerial(serial);
-  const bool twelve_hour = HasMeridiem(pattern);
-  std::u16string out;
-  char16_t previous_token = 0;  // the last date token's letter, for "m"
-  for (size_t i = 0; i < pattern.size();) {
-    if (size_t skip = AppendLiteral(pattern, i, out)) {
-      i += skip;
-      continue;
-    }
-    const std::u16string_view rest = pattern.substr(i);
-    if (StartsWithWord(rest, "am/pm")) {
-      out.append(rest.substr(p.hour < 12 ? 0 : 3, 2));  // keeps the pattern's case
-      i += 5;
-      continue;
-    }
-    if (StartsWithWord(rest, "a/p")) {
-      out += rest[p.hour < 12 ? 0 : 2];
-      i += 3;
-      continue;
-    }
-    const char16_t letter = Lower(pattern[i]);
-    if (!IsDateLetter(letter)) {
-      out += pattern[i++];
-      continue;
-    }
-    size_t run = RunLength(pattern, i);
-    switch (letter) {
-      case u'd':
-        run = std::min<size_t>(run, 4);
-        if (run <= 2) {
-          AppendNumber(out, p.day, static_cast<int>(run));
-        } else {
-          AppendName(out, kWeekdayNames[p.weekday], run == 3);
-        }
-        break;
-      case u'm':
-        run = std::min<size_t>(run, 4);
-        if (MeansMinutes(pattern, i, run, previous_token)) {
-          AppendNumber(out, p.minute, static_cast<int>(run));
-        } else if (run <= 2) {
-          AppendNumber(out, p.month, static_cast<int>(run));
-        } else {
-          AppendName(out, kMonthNames[p.month - 1], run == 3);
-        }
-        break;
-      case u'y':
-        if (run >= 4) {
-          run = 4;
-          AppendNumber(out, p.year, 4);
-        } else if (run >= 2) {
-          run = 2;
-          AppendNumber(out, p.year % 100, 2);
-        } else {
-          AppendNumber(out, p.day_of_year, 1);
-        }
-        break;
-      case u'h': {
-        run = std::min<size_t>(run, 2);
-        int hour = p.hour;
-        if (twelve_hour) hour = hour % 12 == 0 ? 12 : hour % 12;
-        AppendNumber(out, hour, static_cast<int>(run));
-        break;
-      }
-      case u'n':
-        run = std::min<size_t>(run, 2);
-        AppendNumber(out, p.minute, static_cast<int>(run));
-        break;
-      default:  // 's'
-        run = std::min<size_t>(run, 2);
-        AppendNumber(out, p.second, static_cast<int>(run));
-        break;
-    }
-    previous_token = letter;
-    i += run;
-  }
-  return out;
-}
-
-// |value| rounded half away from zero to `decimals` places, read through its
-// 15 significant digits as the default text form does (so 1.005 rounds to
-// 1.01 and 2.5 to 3). `integer` gets the whole part without leading zeros
-// ("" for 0), `fraction` exactly `decimals` digits.
-void DecimalDigits(double value, int decimals, std::string& integer, std::string& fraction) {
-  integer.clear();
-  fraction.assign(static_cast<size_t>(decimals), '0');
-  if (value == 0) return;
-  char buffer[32];
-  auto r = std::to_chars(buffer, buffer + sizeof(buffer), std::fabs(value),
-                         std::chars_format::scientific, 14);
-  std::string significant;  // 15 digits, the first one before the point
-  const char* q = buffer;
-  for (; *q != 'e'; ++q) {
-    if (*q != '.') significant += *q;
-  }
-  int exponent = 0;
-  std::from_chars(q + 1 + (q[1] == '+'), r.ptr, exponent);
-
-  // Digits kept: those before the point plus `decimals` after it.
-  const int whole_digits = exponent + 1;
-  const int keep = whole_digits + decimals;
-  if (keep < 0) return;
-  std::string digits = significant.substr(0, static_cast<size_t>(std::min<int>(keep, 15)));
-  digits.resize(static_cast<size_t>(keep), '0');
-  const bool round_up = keep < 15 && significant[static_cast<size_t>(keep)] >= '5';
-  int point = whole_digits;  // digits before the point within `digits`
-  if (round_up) {
-    int k = keep - 1;
-    for (; k >= 0 && digits[static_cast<size_t>(k)] == '9'; --k)
-      digits[static_cast<size_t>(k)] = '0';
-    if (k >= 0) {
-      ++digits[static_cast<size_t>(k)];
-    } else {
-      digits.insert(digits.begin(), '1');
-      ++point;
-    }
-  }
-  if (point > 0) {
-    integer = digits.substr(0, static_cast<size_t>(point));
-    fraction = digits.substr(static_cast<size_t>(point));
-  } else {
-    fraction = std::string(static_cast<size_t>(-point), '0') + digits;
-  }
-  const size_t first = integer.find_first_not_of('0');
-  integer.erase(0, first == std::string::npos ? integer.size() : first);
-}
-
-std::u16string FormatNumber(double value, std::u16string_view pattern) {
-  if (!std::isfinite(value)) return DoubleToText(value);
-  // First pass: placeholders before and after the point, grouping, percent.
-  int int_places = 0, dec_places = 0, dec_zero_last = 0;
-  bool seen_point = false, grouping = false, percent = false;
-  std::u16string ignored;
-  for (size_t i = 0; i < pattern.size();) {
-    if (size_t skip = AppendLiteral(pattern, i, ignored)) {
-      i += skip;
-      continue;
-    }
-    const char16_t c = pattern[i++];
-    if (c == u'0' || c == u'#') {
-      if (seen_point) {
-        ++dec_places;
-        if (c == u'0') dec_zero_last = dec_places;
-      } else {
-        ++int_places;
-      }
-    } else if (c == u'.' && !seen_point) {
-      seen_point = true;
-    } else if (c == u',' && !seen_point && int_places > 0) {
-      grouping = true;
-    } else if (c == u'%') {
-      percent = true;
-    }
-  }
-  if (percent) value *= 100;
-
-  std::string integer, fraction;
-  DecimalDigits(value, dec_places, integer, fraction);
-  // Trailing zeros show only where a "0" asks for them.
-  size_t shown_decimals = fraction.find_last_not_of('0');
-  shown_decimals = shown_decimals == std::string::npos ? 0 : shown_decimals + 1;
-  shown_decimals = std::max<size_t>(shown_decimals, static_cast<size_t>(dec_zero_last));
-
-  std::u16string out;
-  const bool is_zero = integer.empty() && fraction.find_first_not_of('0') == std::string::npos;
-  if (value < 0 && !is_zero) out += u'-';
-  const int digit_count = static_cast<int>(integer.size());
-  int int_index = 0, dec_index = 0;
-  seen_point = false;
-  // Emits the integer digit at `position` (counted from the right, 0 the
-  // units) and the group separator after it.
-  auto put_digit = [&](int position, bool zero_placeholder) {
-    if (position < digit_count) {
-      out += static_cast<char16_t>(integer[static_cast<size_t>(digit_count - 1 - position)]);
-    } else if (zero_placeholder) {
-      out += u'0';
-    } else {
-      return;
-    }
-    if (grouping && position > 0 && position % 3 == 0) out += u',';
-  };
-  for (size_t i = 0; i < pattern.size();) {
-    if (size_t skip = AppendLiteral(pattern, i, out)) {
-      i += skip;
-      continue;
-    }
-    const char16_t c = pattern[i++];
-    if ((c == u'0' || c == u'#') && !seen_point) {
-      const int position = int_places - 1 - int_index;
-      if (int_index++ == 0) {  // digits beyond the placeholders go first
-        for (int extra = digit_count - 1; extra > position; --extra) put_digit(extra, false);
-      }
-      put_digit(position, c == u'0');
-    } else if ((c == u'0' || c == u'#') && seen_point) {
-      if (static_cast<size_t>(dec_index) < shown_decimals)
-        out += static_cast<char16_t>(fraction[static_cast<size_t>(dec_index)]);
-      ++dec_index;
-    } else if (c == u'.' && !seen_point) {
-      // Without integer placeholders the whole part still shows (".00").
-      if (int_index == 0) {
-        for (int position = digit_count - 1; position >= 0; --position) put_digit(position, false);
-      }
-      seen_point = true;
-      out += u'.';
-    } else if (c == u',' && grouping && !seen_point) {
-      // consumed by the grouping
-    } else {
-      out += c;
-    }
-  }
-  return out;
-}
-
-// The serial a value formats as with a date pattern; nullopt for text that
-// is neither a date nor a number, which Format returns unchanged.
-std::optional<double> SerialForFormat(const Value& value) {
-  if (!value.IsString()) return ToDate(value);
-  if (std::optional<double> date = ParseDate(value.string())) return date;
-  if (std::optional<double> number = ParseNumber(value.string())) {
-    if (!InDateRange(*number)) RaiseStandard(errors::kOverflow);
-    return number;
-  }
-  return std::nullopt;
-}
-
 }  // namespace
 
 std::optional<double> ParseDate(std::u16string_view text) {
@@ -723,29 +369,6 @@ double ToDate(const Value& value) {
 bool IsDate(const Value& value) {
   if (value.code() == static_cast<uint16_t>(Kind::kDate)) return true;
   return value.IsString() && ParseDate(value.string()).has_value();
-}
-
-std::u16string Format(const Value& value, std::u16string_view pattern) {
-  if (value.IsNull()) return {};
-  if (pattern.empty()) return ToText(value);
-
-  const bool general = EqualsWord(pattern, "general date");
-  const bool short_date = EqualsWord(pattern, "short date");
-  const bool long_time = EqualsWord(pattern, "long time");
-  if (general || short_date || long_time || IsDatePattern(pattern)) {
-    std::optional<double> serial = SerialForFormat(value);
-    if (!serial) return std::u16string(value.string());
-    if (general) return DateToText(*serial);
-    if (short_date) return FormatDate(*serial, u"m/d/yyyy");
-    if (long_time) return FormatDate(*serial, u"h:nn:ss AM/PM");
-    return FormatDate(*serial, pattern);
-  }
-  if (value.IsString()) {
-    std::optional<double> number = ParseNumber(value.string());
-    if (!number) return std::u16string(value.string());
-    return FormatNumber(*number, pattern);
-  }
-  return FormatNumber(ToDouble(value), pattern);
 }
 
 }  // namespace kestrel::runtime

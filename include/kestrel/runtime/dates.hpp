@@ -88,11 +88,4 @@ KESTREL_API double ToDate(const Value& value);
 // IsDate: a Date value, or text that ParseDate accepts.
 KESTREL_API bool IsDate(const Value& value);
 
-// Format with the patterns the library uses: digit placeholders "0" and "#"
-// for numbers ("0000"), the date and time tokens d dd m mm yy yyyy h hh n nn
-// s ss and AM/PM ("mm/dd/yyyy hh:nn:ss"), and the named forms "General Date"
-// (the default text form), "Short Date" (m/d/yyyy) and "Long Time"
-// (h:nn:ss AM/PM). Null gives "".
-KESTREL_API std::u16string Format(const Value& value, std::u16string_view pattern = {});
-
 }  // namespace kestrel::runtime
