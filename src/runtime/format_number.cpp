@@ -362,15 +362,16 @@ std::u16string FormatNumberPattern(const DecimalNumber& value, std::u16string_vi
   int64_t exponent = 0;
   const DecimalNumber shown = Prepare(first, magnitude, exponent);
 
-  // Which section applies is decided on the value as the first section
-  // shows it: -0.001 under "0.00" is a zero, and shows no sign.
+  // Which section applies is decided on the value itself, not on what the
+  // first section shows of it: -0.001 under "0.00" is negative and shows
+  // "-0.00", as the runtime does, and only a true zero takes the third.
   auto other = [](std::u16string_view text, const DecimalNumber& number) {
     const Section s = ReadSection(text);
     int64_t e = 0;
     const DecimalNumber n = Prepare(s, number, e);
     return Render(s, n, e);
   };
-  if (shown.IsZero()) {
+  if (value.IsZero()) {
     if (sections.size() >= 3 && !sections[2].empty()) return other(sections[2], DecimalNumber{});
     return Render(first, shown, exponent);
   }

@@ -52,7 +52,7 @@ TEST(Format, NamedNumericFormats) {
       {E, u"Currency", u"$0.00"},
       {D(1234.567), u"Fixed", u"1234.57"},
       {D(0.5), u"Fixed", u"0.50"},
-      {D(-0.001), u"Fixed", u"0.00"},
+      {D(-0.001), u"Fixed", u"-0.00"},
       {T(u"1234.5"), u"Standard", u"1,234.50"},
       {LL(std::numeric_limits<int64_t>::max()), u"Standard", u"9,223,372,036,854,775,807.00"},
       {D(0.4567), u"Percent", u"45.67%"},
@@ -96,9 +96,9 @@ TEST(Format, NumericPatterns) {
       {D(-5), u"0.00E+00", u"-5.00E+00"},
       {D(5), u"0.00E-00", u"5.00E00"},
       {D(0.5), u"0.00E-00", u"5.00E-01"},
-      // Sections: zero after rounding, empty sections, no sign on zero.
-      {D(-0.001), u"0.00", u"0.00"},
-      {D(-0.001), u"0.00;(0.00);\\Z\\e\\r\\o", u"Zero"},
+      // Sections: the sign of the value itself picks the section; empty sections.
+      {D(-0.001), u"0.00", u"-0.00"},
+      {D(-0.001), u"0.00;(0.00);\\Z\\e\\r\\o", u"(0.00)"},
       {D(-5), u"$#,##0;;\\Z\\e\\r\\o", u"-$5"},
       {D(0), u"0.0;-0.0;", u"0.0"},
       {N, u"0;0;0", u""},

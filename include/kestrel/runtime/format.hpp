@@ -44,11 +44,12 @@ namespace kestrel::runtime {
 // numeric pattern without placeholders shows no digits), while letters that
 // are tokens stay tokens (Format(5, "Nil") reads "N" as minutes).
 //
-// Numeric patterns: up to four sections, positive;negative;zero;Null. A value
-// that rounds to zero for the first section's places uses the zero section,
-// or the first section without a sign; a negative value uses the negative
-// section with its magnitude (that section's own literals give the sign), or
-// the first section with a leading "-". An empty section means the first.
+// Numeric patterns: up to four sections, positive;negative;zero;Null. The
+// value itself picks the section, not what a section shows of it: zero uses
+// the zero section, or the first; a negative value uses the negative section
+// with its magnitude (that section's own literals give the sign), or the
+// first section with a leading "-", so -0.001 under "0.00" shows "-0.00".
+// An empty section means the first.
 // Tokens: "0" a digit or 0, "#" a digit or nothing, the first "." the decimal
 // point, "," grouping between digit placeholders and, right after the last
 // integer placeholder, a division by 1000 each, "%" times 100, and "E+",
