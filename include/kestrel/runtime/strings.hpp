@@ -99,11 +99,11 @@ KESTREL_API bool Like(std::u16string_view text, std::u16string_view pattern,
 
 // The conversion codes of StrConv, which take sums (kUpperCase + kFromUnicode).
 namespace strconv {
-inline constexpr int32_t kUpperCase = 1;      // vbUpperCase
-inline constexpr int32_t kLowerCase = 2;      // vbLowerCase
-inline constexpr int32_t kProperCase = 3;     // vbProperCase
-inline constexpr int32_t kUnicode = 64;       // vbUnicode: ANSI bytes to text
-inline constexpr int32_t kFromUnicode = 128;  // vbFromUnicode: text to ANSI bytes
+inline constexpr int32_t kUpperCase = 1;
+inline constexpr int32_t kLowerCase = 2;
+inline constexpr int32_t kProperCase = 3;
+inline constexpr int32_t kUnicode = 64;       // ANSI bytes to text
+inline constexpr int32_t kFromUnicode = 128;  // text to ANSI bytes
 }  // namespace strconv
 
 // StrConv. Proper case makes the first letter of each word upper case and
