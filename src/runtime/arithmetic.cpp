@@ -9,8 +9,10 @@
 
 #include "kestrel/runtime/arithmetic.hpp"
 
+#include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <limits>
 #include <string>
 #include <string_view>
@@ -54,9 +56,11 @@ Cls Classify(const Value& v) {
   }
 }
 
-// The valid Date serials: 1 January 100 to 31 December 9999, 23:59:59.
-constexpr double kMinDate = -657434.0;
-constexpr double kEndDate = 2958466.0;  // exclusive
+// The valid Date serials, both bounds exclusive: every moment of 1 January
+// 100 (-657434.5 is noon of that day, the fraction counting forward) to the
+// end of 31 December 9999.
+constexpr double kDayBeforeFirstDate = -657435.0;
+constexpr double kEndDate = 2958466.0;
 
 // The smallest magnitude that rounds to infinity as a float (halfway between
 // FLT_MAX and 2^128, where the tie goes to 2^128). Tested before converting,
@@ -102,7 +106,7 @@ bool Prelude(Cls ca, Cls cb) {
 }
 
 Value MakeDate(double serial) {
-  if (!(serial >= kMinDate && serial < kEndDate)) Overflow();
+  if (!(serial > kDayBeforeFirstDate && serial < kEndDate)) Overflow();
   return Value::Date(serial);
 }
 
@@ -209,6 +213,69 @@ int64_t IntegerOperand(const Value& v, Cls c, Cls kind) {
     case Cls::kLong: return ToLong(v);
     default: return ToLongLong(v);
   }
+}
+
+// Round's decimal step. The number is written to the digits its text form
+// shows (15 significant for a Double, 7 for a Single), and that decimal is
+// rounded half to even at `decimals` places, so the tie the reader sees in
+// 2.675 is a tie here too, though the Double lies just below it.
+template <class Float>
+Float RoundDecimal(Float value, int32_t decimals, int significant) {
+  // A whole number has nothing to round, and reading one of 16 or more
+  // digits through 15 would change it.
+  if (std::trunc(value) == value || !std::isfinite(value)) return value;
+  char text[48];  // "d.dddddddddddddde-308"
+  const auto written = std::to_chars(text, text + sizeof text, std::fabs(value),
+                                     std::chars_format::scientific, significant - 1);
+  char digits[24];
+  int count = 0;
+  const char* p = text;
+  for (; *p != 'e'; ++p) {
+    if (*p != '.') digits[count++] = *p;
+  }
+  int exponent = 0;
+  std::from_chars(p + 1 + (p[1] == '+'), written.ptr, exponent);
+  while (count > 1 && digits[count - 1] == '0') --count;
+
+  // digits[i] stands for 10^(exponent - i); the last one kept is `last`.
+  // With nothing beyond it the written digits are the result as they stand,
+  // so Round(0.1 + 0.2, 2) is the Double nearest 0.3.
+  const int64_t last = int64_t{exponent} + decimals;
+  int kept = count;
+  if (last < count - 1) {
+    if (last < -1) return 0;  // even the first digit is below half a unit
+    const auto next = static_cast<size_t>(last + 1);
+    const bool above_half = digits[next] > '5' || (digits[next] == '5' && count > last + 2);
+    const bool odd = last >= 0 && (digits[static_cast<size_t>(last)] - '0') % 2 == 1;
+    kept = static_cast<int>(last + 1);
+    if (above_half || (digits[next] == '5' && odd)) {
+      int i = kept - 1;
+      while (i >= 0 && digits[i] == '9') digits[i--] = '0';
+      if (i >= 0) {
+        ++digits[i];
+      } else {
+        // Every kept digit was a 9 (9.96 to 10.0), or none was kept (0.6
+        // to 1): either way the result is one unit of the next place up.
+        digits[0] = '1';
+        kept = 1;
+        ++exponent;
+      }
+    }
+  }
+  if (kept == 0) return 0;
+
+  char out[48];
+  char* w = out;
+  *w++ = digits[0];
+  if (kept > 1) *w++ = '.';
+  for (int i = 1; i < kept; ++i) *w++ = digits[i];
+  *w++ = 'e';
+  w = std::to_chars(w, out + sizeof out, exponent).ptr;
+  // A number with a fraction is below 2^52, so its rounded digits cannot
+  // overflow when they are read back.
+  Float result = 0;
+  std::from_chars(out, w, result);
+  return value < 0 ? -result : result;
 }
 
 }  // namespace
@@ -353,6 +420,76 @@ Value Concat(const Value& a, const Value& b) {
     s.append(ToText(b));
   }
   return Value(s);
+}
+
+// --- numeric functions ---------------------------------------------------------
+
+Value Abs(const Value& number) {
+  switch (Classify(number)) {
+    case Cls::kInvalid:
+      TypeMismatch();
+    case Cls::kNull:
+      return Value::Null();
+    case Cls::kEmpty:
+      return Value(int16_t{0});
+    case Cls::kByte:
+      return number;
+    case Cls::kInteger:  // Boolean too: True gives Integer 1
+      if (number.integer() == INT16_MIN) Overflow();
+      return Value(static_cast<int16_t>(std::abs(number.integer())));
+    case Cls::kLong:
+      if (number.long_value() == INT32_MIN) Overflow();
+      return Value(std::abs(number.long_value()));
+    case Cls::kLongLong:
+      if (number.long_long() == INT64_MIN) Overflow();
+      return Value(static_cast<int64_t>(std::llabs(number.long_long())));
+    case Cls::kSingle:
+      return Value(std::fabs(number.single()));
+    case Cls::kDouble:
+      return Value(std::fabs(number.dbl()));
+    case Cls::kDate:
+      return MakeDate(std::fabs(number.date()));
+    case Cls::kString:
+      return Value(std::fabs(StringToDouble(number)));
+  }
+  TypeMismatch();
+}
+
+Value Sgn(const Value& number) {
+  const Cls c = Classify(number);
+  if (c == Cls::kInvalid) TypeMismatch();
+  if (c == Cls::kNull) return Value::Null();
+  const double d = AsDouble(number);  // exact enough for a sign, LongLong included
+  return Value(static_cast<int16_t>(d > 0 ? 1 : (d < 0 ? -1 : 0)));
+}
+
+Value Round(const Value& number, int32_t decimals) {
+  if (decimals < 0) RaiseStandard(errors::kInvalidProcedureCall);
+  constexpr int kDoubleDigits = 15;
+  constexpr int kSingleDigits = 7;
+  switch (Classify(number)) {
+    case Cls::kInvalid:
+      TypeMismatch();
+    case Cls::kNull:
+      return Value::Null();
+    case Cls::kEmpty:
+      return Value(int16_t{0});
+    case Cls::kByte:
+    case Cls::kLong:
+    case Cls::kLongLong:
+      return number;
+    case Cls::kInteger:
+      return Value(number.integer());  // Boolean becomes Integer
+    case Cls::kSingle:
+      return Value(RoundDecimal(number.single(), decimals, kSingleDigits));
+    case Cls::kDouble:
+      return Value(RoundDecimal(number.dbl(), decimals, kDoubleDigits));
+    case Cls::kDate:
+      return MakeDate(RoundDecimal(number.date(), decimals, kDoubleDigits));
+    case Cls::kString:
+      return Value(RoundDecimal(StringToDouble(number), decimals, kDoubleDigits));
+  }
+  TypeMismatch();
 }
 
 }  // namespace kestrel::runtime

@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <ctime>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "kestrel/frame/errors.hpp"
@@ -245,6 +246,31 @@ double SystemLocalNow() {
 
 constinit std::atomic<ClockSource> g_clock{&SystemLocalNow};
 
+// A date argument given as a Value, read as CDate reads it; nullopt for Null.
+std::optional<double> DateArgument(const Value& date) {
+  if (date.IsNull()) return std::nullopt;
+  return ToDate(date);
+}
+
+// An Integer Value of one part of a date argument (Null for Null).
+Value PartValue(std::u16string_view interval, const Value& date) {
+  const std::optional<double> serial = DateArgument(date);
+  if (!serial) return Value::Null();
+  return Value(static_cast<int16_t>(DatePart(interval, *serial)));
+}
+
+// The moment of DateValue's and TimeValue's argument: a Date as it stands,
+// anything else through its text, which must be a date. nullopt for Null.
+std::optional<Moment> DateTextMoment(const Value& value) {
+  if (value.IsNull()) return std::nullopt;
+  if (value.code() == static_cast<uint16_t>(Kind::kDate)) return ToMoment(value.date());
+  std::u16string converted;
+  const std::u16string_view text = value.IsString() ? value.string() : (converted = ToText(value));
+  const std::optional<double> serial = ParseDate(text);
+  if (!serial) RaiseStandard(errors::kTypeMismatch);
+  return ToMoment(*serial);
+}
+
 }  // namespace
 
 double DateSerial(int32_t year, int32_t month, int32_t day) {
@@ -418,6 +444,77 @@ double Now() {
 
 ClockSource SetClockSource(ClockSource source) noexcept {
   return g_clock.exchange(source != nullptr ? source : &SystemLocalNow, std::memory_order_acq_rel);
+}
+
+// --- Value forms ---------------------------------------------------------------
+
+Value DateDiff(std::u16string_view interval, const Value& date1, const Value& date2,
+               int32_t first_day_of_week, int32_t first_week_of_year) {
+  ParseInterval(interval);
+  FirstDayIndex(first_day_of_week);
+  FirstWeekRule(first_week_of_year);
+  const std::optional<double> a = DateArgument(date1);
+  const std::optional<double> b = DateArgument(date2);
+  if (!a || !b) return Value::Null();
+  const int64_t count = DateDiff(interval, *a, *b, first_day_of_week, first_week_of_year);
+  if (count < INT32_MIN || count > INT32_MAX) RaiseStandard(errors::kOverflow);
+  return Value(static_cast<int32_t>(count));
+}
+
+Value DatePart(std::u16string_view interval, const Value& date, int32_t first_day_of_week,
+               int32_t first_week_of_year) {
+  ParseInterval(interval);
+  FirstDayIndex(first_day_of_week);
+  FirstWeekRule(first_week_of_year);
+  const std::optional<double> serial = DateArgument(date);
+  if (!serial) return Value::Null();
+  return Value(
+      static_cast<int16_t>(DatePart(interval, *serial, first_day_of_week, first_week_of_year)));
+}
+
+Value Weekday(const Value& date, int32_t first_day_of_week) {
+  return DatePart(u"w", date, first_day_of_week, 1);
+}
+
+Value Year(const Value& date) {
+  return PartValue(u"yyyy", date);
+}
+
+Value Month(const Value& date) {
+  return PartValue(u"m", date);
+}
+
+Value Day(const Value& date) {
+  return PartValue(u"d", date);
+}
+
+Value Hour(const Value& date) {
+  return PartValue(u"h", date);
+}
+
+Value Minute(const Value& date) {
+  return PartValue(u"n", date);
+}
+
+Value Second(const Value& date) {
+  return PartValue(u"s", date);
+}
+
+Value DateValue(const Value& date) {
+  const std::optional<Moment> m = DateTextMoment(date);
+  if (!m) return Value::Null();
+  return Value::Date(ToSerial({m->day, 0}));
+}
+
+Value TimeValue(const Value& time) {
+  const std::optional<Moment> m = DateTextMoment(time);
+  if (!m) return Value::Null();
+  return Value::Date(ToSerial({0, m->second}));
+}
+
+Value CVDate(const Value& value) {
+  if (value.IsNull()) return Value::Null();
+  return Value::Date(ToDate(value));
 }
 
 }  // namespace kestrel::runtime

@@ -3,7 +3,9 @@
 // All positions and lengths count UTF-16 code units, as the runtime's do: a
 // character outside the Basic Multilingual Plane counts 2. Text-mode
 // searches (InStr, InStrRev, Replace, Split) compare case-insensitively in
-// the same way StrComp's text mode does, through ICU case folding.
+// the same way StrComp's text mode does, through ICU case folding. The Value
+// forms read their arguments' text without copying Strings; Like itself
+// lives in like.cpp.
 
 #include "kestrel/runtime/strings.hpp"
 
@@ -14,11 +16,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "detail/case_folding.hpp"
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/runtime/convert.hpp"
 #include "kestrel/runtime/encoding.hpp"
@@ -78,28 +82,14 @@ std::u16string MapCodePoints(std::u16string_view text, char16_t ascii_from, int 
   return out;
 }
 
-// Text mode finds matches in case-folded copies of both texts and reports
-// positions in those copies. That only works when folding keeps every
-// character at its place, so searches use ICU's *simple* case folding
-// (u_foldCase, one code point to one code point, same number of units)
-// rather than the full folding that may expand a character ("ß" to "ss")
-// and would shift every position after it. The two foldings differ only
-// for those few expanding characters: StrComp, which reports no positions,
-// folds fully and finds "STRASSE" equal to "straße", while InStr does not
-// find "ss" in "ß".
-std::u16string FoldCase(std::u16string_view text) {
-  return MapCodePoints(text, u'A', 'a' - 'A',
-                       [](UChar32 c) { return u_foldCase(c, U_FOLD_CASE_DEFAULT); });
-}
-
 // A text and a text to look for, compared in binary or text mode. Positions
 // are indices into the original text.
 class Matcher {
  public:
   Matcher(std::u16string_view text, std::u16string_view find, CompareMethod mode) {
     if (IsTextMode(mode)) {
-      folded_text_ = FoldCase(text);
-      folded_find_ = FoldCase(find);
+      folded_text_ = detail::SimpleFoldCase(text);
+      folded_find_ = detail::SimpleFoldCase(find);
       text_ = folded_text_;
       find_ = folded_find_;
     } else {
@@ -162,7 +152,100 @@ Value Radix(const Value& number, unsigned bits_per_digit) {
   }
 }
 
+// A Value argument's text: a String's own units without a copy, anything
+// else through CStr (94 for Null, 13 for objects, arrays and Error values).
+class TextArgument {
+ public:
+  explicit TextArgument(const Value& value) {
+    if (value.IsString()) {
+      view_ = value.string();
+    } else {
+      owned_ = ToText(value);
+      view_ = owned_;
+    }
+  }
+  TextArgument(const TextArgument&) = delete;
+  TextArgument& operator=(const TextArgument&) = delete;
+
+  std::u16string_view view() const { return view_; }
+
+ private:
+  std::u16string owned_;
+  std::u16string_view view_;
+};
+
+// The word separators of proper case: NUL, tab, line feed, vertical tab,
+// form feed, carriage return and space. Punctuation does not start a word.
+bool IsWordSeparator(char16_t c) {
+  return c == 0 || (c >= 0x09 && c <= 0x0D) || c == u' ';
+}
+
+std::u16string ProperCase(std::u16string_view text) {
+  std::u16string out = LCase(text);
+  bool word_start = true;
+  for (size_t i = 0; i < out.size();) {
+    if (IsWordSeparator(out[i])) {
+      word_start = true;
+      ++i;
+      continue;
+    }
+    const size_t length =
+        U16_IS_LEAD(out[i]) && i + 1 < out.size() && U16_IS_TRAIL(out[i + 1]) ? 2 : 1;
+    // UCase keeps the length, so the character is replaced in place.
+    if (word_start) out.replace(i, length, UCase(std::u16string_view(out).substr(i, length)));
+    word_start = false;
+    i += length;
+  }
+  return out;
+}
+
+// StrConv's argument as bytes to decode: a Byte array's own bytes, or the
+// UTF-16LE bytes of the argument's text, which is what a runtime string holds.
+std::string BytesToDecode(const Value& value) {
+  if (value.IsArray()) {
+    if (value.kind() != Kind::kByte) RaiseStandard(errors::kTypeMismatch);
+    const auto bytes = value.Bytes();
+    return std::string(bytes.begin(), bytes.end());
+  }
+  const TextArgument text(value);
+  std::string out;
+  out.reserve(text.view().size() * 2);
+  for (const char16_t unit : text.view()) {
+    out.push_back(static_cast<char>(unit & 0xFF));
+    out.push_back(static_cast<char>(unit >> 8));
+  }
+  return out;
+}
+
+// StrConv's argument as text: a Byte array's bytes taken as UTF-16LE pairs
+// (an odd last byte on its own), as the runtime assigns a Byte array to a
+// String; anything else through its text form.
+std::u16string TextToConvert(const Value& value) {
+  if (!value.IsArray()) return std::u16string(TextArgument(value).view());
+  if (value.kind() != Kind::kByte) RaiseStandard(errors::kTypeMismatch);
+  const auto bytes = value.Bytes();
+  std::u16string out((bytes.size() + 1) / 2, u'\0');
+  for (size_t i = 0; i < bytes.size(); ++i) {
+    out[i / 2] = static_cast<char16_t>(out[i / 2] | (bytes[i] << (i % 2 * 8)));
+  }
+  return out;
+}
+
 }  // namespace
+
+// Text mode finds matches in case-folded copies of both texts and reports
+// positions in those copies. That only works when folding keeps every
+// character at its place, so searches use ICU's *simple* case folding
+// (u_foldCase, one code point to one code point, same number of units)
+// rather than the full folding that may expand a character ("ß" to "ss")
+// and would shift every position after it. The two foldings differ only
+// for those few expanding characters: StrComp, which reports no positions,
+// folds fully and finds "STRASSE" equal to "straße", while InStr does not
+// find "ss" in "ß".
+std::u16string detail::SimpleFoldCase(std::u16string_view text) {
+  return MapCodePoints(text, u'A', 'a' - 'A',
+                       [](UChar32 c) { return u_foldCase(c, U_FOLD_CASE_DEFAULT); });
+}
 
 // --- Trim family ------------------------------------------------------------
 
@@ -408,6 +491,71 @@ int32_t Asc(std::u16string_view text) {
 std::u16string Chr(int32_t code) {
   if (code < 0 || code > 0xFF) RaiseInvalidCall();
   return std::u16string(1, AnsiChar(static_cast<uint8_t>(code)));
+}
+
+// --- StrConv -----------------------------------------------------------------
+
+Value StrConv(const Value& text, int32_t conversion) {
+  const int32_t case_conversion = conversion & strconv::kProperCase;
+  const int32_t encoding = conversion & ~strconv::kProperCase;
+  if (encoding != 0 && encoding != strconv::kUnicode && encoding != strconv::kFromUnicode) {
+    RaiseInvalidCall();
+  }
+  if (text.IsNull()) return Value::Null();
+  std::u16string out =
+      encoding == strconv::kUnicode ? FromAnsi(BytesToDecode(text)) : TextToConvert(text);
+  switch (case_conversion) {
+    case strconv::kUpperCase:
+      out = UCase(out);
+      break;
+    case strconv::kLowerCase:
+      out = LCase(out);
+      break;
+    case strconv::kProperCase:
+      out = ProperCase(out);
+      break;
+    default:
+      break;
+  }
+  if (encoding != strconv::kFromUnicode) return Value(out);
+  const std::string bytes = ToAnsi(out);
+  return Value::ByteArray(
+      std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()));
+}
+
+// --- Value forms --------------------------------------------------------------
+
+Value Len(const Value& value) {
+  if (value.IsNull()) return Value::Null();
+  return Value(static_cast<int32_t>(TextArgument(value).view().size()));
+}
+
+Value detail::AscValue(const Value& text) {
+  return Value(static_cast<int16_t>(Asc(TextArgument(text).view())));
+}
+
+// The runtime's character codes are signed Integers: units from U+8000 up
+// wrap to negative numbers.
+Value detail::AscWValue(const Value& text) {
+  return Value(static_cast<int16_t>(AscW(TextArgument(text).view())));
+}
+
+Value Chr(const Value& code) {
+  return Value(Chr(ToLong(code)));
+}
+
+Value ChrW(const Value& code) {
+  return Value(ChrW(ToLong(code)));
+}
+
+Value detail::StrCompValue(const Value& a, const Value& b, CompareMethod mode) {
+  if (a.IsNull() || b.IsNull()) return Value::Null();
+  return Value(static_cast<int16_t>(StrComp(TextArgument(a).view(), TextArgument(b).view(), mode)));
+}
+
+Value detail::LikeValue(const Value& text, const Value& pattern, CompareMethod mode) {
+  if (text.IsNull() || pattern.IsNull()) return Value::Null();
+  return Value(Like(TextArgument(text).view(), TextArgument(pattern).view(), mode));
 }
 
 }  // namespace kestrel::runtime

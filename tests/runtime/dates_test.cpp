@@ -9,9 +9,12 @@
 #include <limits>
 #include <ostream>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "kestrel/frame/errors.hpp"
 #include "runtime_error_matchers.hpp"
+#include "value_matchers.hpp"
 
 namespace kestrel::runtime {
 namespace {
@@ -297,6 +300,50 @@ TEST(Dates, BadArgumentsRaise) {
   EXPECT_RAISES(DateDiff(u"d", day, day, -1), kBad);
   EXPECT_RAISES(DateDiff(u"d", day, day, 1, 4), kBad);
   EXPECT_RAISES(DateDiff(u"days", day, day), kBad);
+}
+
+// The Value forms: Integer parts, a Long DateDiff, Date values; dates as
+// Date values, serials or date text; Null in, Null out.
+TEST(Dates, ValueForms) {
+  using namespace kestrel::testing;
+  const Value day = Value::Date(Serial({2024, 2, 29, 13, 45, 30}));  // a Thursday
+  // clang-format off
+  const std::pair<Value (*)(const Value&), int16_t> parts[] = {
+      {Year, 2024}, {Month, 2}, {Day, 29}, {Hour, 13}, {Minute, 45}, {Second, 30},
+      {[](const Value& v) { return Weekday(v); }, 5}};
+  // clang-format on
+  for (const auto& [part, expected] : parts) {
+    ExpectKindAndValue(part(day), Kind::kInteger, I(expected));
+    EXPECT_TRUE(part(N).IsNull());
+  }
+  ExpectKindAndValue(Year(T(u"2024-03-15")), Kind::kInteger, I(2024));
+  ExpectKindAndValue(Year(L(45000)), Kind::kInteger, I(2023));
+  ExpectKindAndValue(DatePart(u"q", day), Kind::kInteger, I(1));
+  ExpectKindAndValue(DateDiff(u"yyyy", T(u"2023-12-31"), T(u"2024-01-01")), Kind::kLong, L(1));
+  EXPECT_TRUE(DateDiff(u"d", N, day).IsNull());
+  EXPECT_RAISES(DateDiff(u"s", Dt(kMinDateSerial), Dt(kMaxDateSerial)), errors::kOverflow);
+  EXPECT_RAISES(DatePart(u"x", N), kBad);
+  EXPECT_RAISES(Weekday(N, 8), kBad);
+  EXPECT_RAISES(Year(T(u"abc")), errors::kTypeMismatch);
+
+  // DateValue and TimeValue split a moment read to the nearest second.
+  const std::tuple<Value, Stamp, Stamp> splits[] = {
+      {day, {2024, 2, 29}, {1899, 12, 30, 13, 45, 30}},
+      {T(u"3/15/2024 1:30 PM"), {2024, 3, 15}, {1899, 12, 30, 13, 30}},
+      {Dt(-1.25), {1899, 12, 29}, {1899, 12, 30, 6}},
+      {Dt(Serial({2024, 1, 31, 23, 59, 59.6})), {2024, 2, 1}, {}},
+  };
+  for (const auto& [value, date, time] : splits) {
+    SCOPED_TRACE(date);
+    ExpectKindAndValue(DateValue(value), Kind::kDate, Dt(Serial(date)));
+    ExpectKindAndValue(TimeValue(value), Kind::kDate, Dt(Serial(time)));
+  }
+  EXPECT_TRUE(TimeValue(N).IsNull());
+  EXPECT_RAISES(DateValue(L(45000)), errors::kTypeMismatch);
+  EXPECT_RAISES(TimeValue(T(u"noon")), errors::kTypeMismatch);
+  ExpectKindAndValue(CVDate(T(u"2024-03-15")), Kind::kDate, Dt(Serial({2024, 3, 15})));
+  EXPECT_TRUE(CVDate(N).IsNull());
+  EXPECT_RAISES(CVDate(D(1e7)), errors::kOverflow);
 }
 
 double FixedClock() {

@@ -5,15 +5,19 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/frame/unicode.hpp"
 #include "kestrel/frame/value.hpp"
 #include "runtime_error_matchers.hpp"
+#include "value_matchers.hpp"
 
 namespace kestrel::runtime {
 namespace {
+
+using namespace kestrel::testing;
 
 constexpr CompareMethod kBin = CompareMethod::kBinary;
 constexpr CompareMethod kText = CompareMethod::kText;
@@ -192,20 +196,106 @@ TEST(Substrings, CountUnitsAndClampToTheText) {
   EXPECT_EQ(StrReverse(u"a\U0001F600b"), u"b\U0001F600a");
 }
 
+// The Value forms give Integers: AscW of a unit from U+8000 up is negative.
 TEST(CharacterCodes, ChrAndAscUseWindows1252ChrWAndAscWUnits) {
+  struct Row {
+    std::u16string_view text;
+    int32_t asc, ascw;
+  };
+  const Row rows[] = {
+      {u"\u20AC", 128, 0x20AC}, {u"\u0081", 0x81, 0x81},      {u"ABC", 65, 65},
+      {u"\u00FF", 255, 255},    {u"\u0080", '?', 0x80},  // the C1 control is not byte 0x80
+      {u"\uFFFF", '?', 0xFFFF}, {u"\U0001F600", '?', 0xD83D},
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(r.ascw);
+    EXPECT_EQ(Asc(r.text), r.asc);
+    EXPECT_EQ(AscW(r.text), r.ascw);
+    ExpectKindAndValue(Asc(Value(r.text)), Kind::kInteger, I(static_cast<int16_t>(r.asc)));
+    ExpectKindAndValue(AscW(Value(r.text)), Kind::kInteger, I(static_cast<int16_t>(r.ascw)));
+  }
   EXPECT_EQ(Chr(128), u"\u20AC");
-  EXPECT_EQ(Asc(u"\u20AC"), 128);
   EXPECT_EQ(Chr(0x81), u"\u0081");  // undefined in the code page: the control
-  EXPECT_EQ(Asc(u"\u0081"), 0x81);
-  EXPECT_EQ(Chr(255), u"\u00FF");
-  EXPECT_EQ(Asc(u"ABC"), 65);
-  EXPECT_EQ(Asc(u"\u0080"), '?');  // the C1 control is not byte 0x80
-  EXPECT_EQ(Asc(u"\U0001F600"), '?');
   EXPECT_EQ(ChrW(65535), u"\uFFFF");
   EXPECT_EQ(ChrW(-1), u"\uFFFF");
   EXPECT_EQ(ChrW(-32768), u"\u8000");
-  EXPECT_EQ(AscW(u"\u20ACx"), 0x20AC);
-  EXPECT_EQ(AscW(u"\U0001F600"), 0xD83D);
+  // The Value forms convert codes as CLng does.
+  ExpectKindAndValue(Chr(Value(65.5)), Kind::kString, Value(u"B"));
+  ExpectKindAndValue(ChrW(Value(u"-1")), Kind::kString, Value(u"\uFFFF"));
+  ExpectKindAndValue(Asc(Value(int16_t{5})), Kind::kInteger, I('5'));
+  EXPECT_RAISES(Asc(Value::Null()), errors::kInvalidUseOfNull);
+  EXPECT_RAISES(ChrW(Value::Null()), errors::kInvalidUseOfNull);
+  EXPECT_RAISES(Asc(Value()), kInvalidCall);
+  EXPECT_RAISES(Chr(Value(256)), kInvalidCall);
+}
+
+TEST(Len, CountsTheTextForm) {
+  // clang-format off
+  const std::pair<Value, int32_t> rows[] = {
+      {Value(), 0},      {Value(u"abc"), 3}, {Value(int16_t{123}), 3}, {Value(-1.5), 4},
+      {Value(true), 4},  {Value::Date(45000), 9} /* 3/15/2023 */,    {Value(u"\U0001F600"), 2},
+  };
+  // clang-format on
+  for (const auto& [value, length] : rows) {
+    SCOPED_TRACE(Describe(value));
+    ExpectKindAndValue(Len(value), Kind::kLong, L(length));
+  }
+  EXPECT_TRUE(Len(Value::Null()).IsNull());
+  EXPECT_RAISES(Len(Value::Nothing()), errors::kTypeMismatch);
+  EXPECT_RAISES(Len(Value::VariantArray({})), errors::kTypeMismatch);
+}
+
+TEST(StrComp, ValueFormGivesAnIntegerOrNull) {
+  ExpectKindAndValue(StrComp(Value(u"a"), Value(u"B")), Kind::kInteger, I(1));
+  ExpectKindAndValue(StrComp(Value(u"a"), Value(u"B"), kText), Kind::kInteger, I(-1));
+  ExpectKindAndValue(StrComp(Value(int16_t{10}), Value(u"9")), Kind::kInteger, I(-1));
+  ExpectKindAndValue(StrComp(Value(), Value(u"")), Kind::kInteger, I(0));
+  EXPECT_TRUE(StrComp(Value(u"a"), Value::Null()).IsNull());
+}
+
+std::vector<uint8_t> BytesOf(const Value& array) {
+  return {array.Bytes().begin(), array.Bytes().end()};
+}
+
+TEST(StrConv, CaseAndAnsiConversions) {
+  using namespace strconv;
+  using namespace std::literals;
+  struct Row {
+    Value text;
+    int32_t conversion;
+    std::u16string_view expected;
+  };
+  const Row rows[] = {
+      {Value(u"hELLO wORLD"), kUpperCase, u"HELLO WORLD"},
+      {Value(u"hELLO wORLD"), kLowerCase, u"hello world"},
+      {Value(u"hELLO wORLD"), kProperCase, u"Hello World"},
+      // Only blanks and control separators start words, not punctuation.
+      {Value(u"o'neil jean-luc\tx\ny\0z"sv), kProperCase, u"O'neil Jean-luc\tX\nY\0Z"sv},
+      {Value(u"\u00C9COLE \u00E9L\u00C8VE"), kProperCase, u"\u00C9cole \u00C9l\u00E8ve"},
+      {Value(u"aBc"), 0, u"aBc"},
+      {Value(int16_t{12}), kUpperCase, u"12"},
+      // Bytes decoded as Windows-1252; a String's own bytes are UTF-16LE.
+      {Value::ByteArray(std::vector<uint8_t>{0x41, 0x80, 0xE9}), kUnicode, u"A\u20AC\u00E9"},
+      {Value::ByteArray(std::vector<uint8_t>{0x41, 0x80, 0xE9}), kUnicode + kUpperCase,
+       u"A\u20AC\u00C9"},
+      {Value(u"ab"), kUnicode, u"a\0b\0"sv},
+      // Without kUnicode a Byte array reads as UTF-16LE pairs.
+      {Value::ByteArray(std::vector<uint8_t>{'a', 0, 'b'}), kUpperCase, u"AB"},
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(ToUtf8(r.expected));
+    ExpectKindAndValue(StrConv(r.text, r.conversion), Kind::kString, Value(r.expected));
+  }
+  EXPECT_EQ(BytesOf(StrConv(Value(u"A\u20AC\u00E9\u4E00"), kFromUnicode)),
+            (std::vector<uint8_t>{0x41, 0x80, 0xE9, '?'}));
+  EXPECT_EQ(BytesOf(StrConv(Value(u"a\u00E9"), kFromUnicode + kUpperCase)),
+            (std::vector<uint8_t>{'A', 0xC9}));
+  EXPECT_EQ(StrConv(Value(u""), kFromUnicode).UBound(), -1);
+  EXPECT_TRUE(StrConv(Value::Null(), kProperCase).IsNull());
+  for (const int32_t bad : {4, 8, 16, 32, kUnicode + kFromUnicode, 256, -1}) {
+    EXPECT_RAISES(StrConv(Value::Null(), bad), kInvalidCall);
+  }
+  EXPECT_RAISES(StrConv(Value::VariantArray({}), kUpperCase), errors::kTypeMismatch);
 }
 
 TEST(StringFunctions, RaiseInvalidProcedureCallForBadArguments) {
@@ -221,12 +311,7 @@ TEST(StringFunctions, RaiseInvalidProcedureCallForBadArguments) {
   EXPECT_RAISES(Mid(u"abc", 1, -2), kInvalidCall);
   EXPECT_RAISES(Space(-1), kInvalidCall);
   EXPECT_RAISES(String(-1, u'x'), kInvalidCall);
-  EXPECT_RAISES(Asc(u""), kInvalidCall);
   EXPECT_RAISES(AscW(u""), kInvalidCall);
-  EXPECT_RAISES(Chr(256), kInvalidCall);
-  EXPECT_RAISES(Chr(-1), kInvalidCall);
-  EXPECT_RAISES(ChrW(65536), kInvalidCall);
-  EXPECT_RAISES(ChrW(-32769), kInvalidCall);
 }
 
 }  // namespace

@@ -39,6 +39,7 @@ inline constexpr int32_t kPermissionDenied = 70;
 inline constexpr int32_t kPathFileAccessError = 75;
 inline constexpr int32_t kPathNotFound = 76;
 inline constexpr int32_t kObjectVariableNotSet = 91;
+inline constexpr int32_t kInvalidPatternString = 93;
 inline constexpr int32_t kInvalidUseOfNull = 94;
 inline constexpr int32_t kInvalidPropertyValue = 380;
 inline constexpr int32_t kObjectRequired = 424;

@@ -1,4 +1,5 @@
-// Arithmetic on values with the runtime's kind promotion.
+// Arithmetic on values with the runtime's kind promotion, and the numeric
+// functions Abs, Sgn and Round.
 //
 // The result kind is the wider of the two operands in the order Byte,
 // Integer, Long, LongLong, Single, Double (Boolean counts as Integer; Long or
@@ -17,7 +18,10 @@
 // text, Null counting as "". Division by zero raises 11, 0 / 0 raises 6.
 //
 //   Add(Value(int16_t{32767}), Value(int16_t{1}))  // Long 32768
+//   Round(Value(2.675), 2)                          // Double 2.68
 #pragma once
+
+#include <cstdint>
 
 #include "kestrel/frame/export.hpp"
 #include "kestrel/frame/value.hpp"
@@ -41,5 +45,24 @@ KESTREL_API Value Power(const Value& a, const Value& b);
 KESTREL_API Value Negate(const Value& a);
 // a & b: Null & Null is Null.
 KESTREL_API Value Concat(const Value& a, const Value& b);
+
+// --- numeric functions ---------------------------------------------------------
+// Each keeps Null as Null, reads Empty as Integer 0 and numeric text as a
+// Double (13 when it is not numeric, "" included), and raises 13 for
+// objects, arrays and Error-kind values.
+
+// Abs keeps the argument's kind (Boolean becomes Integer, a Date stays a
+// Date); the most negative Integer, Long and LongLong raise 6.
+KESTREL_API Value Abs(const Value& number);
+// Sgn: Integer -1, 0 or 1.
+KESTREL_API Value Sgn(const Value& number);
+// Round to `decimals` places (5 when negative, even for Null), half to even
+// on the number as its text form writes it rather than on its binary value:
+// Round(2.675, 2) is 2.68 although the Double 2.675 lies just below it, and
+// Round(2.665, 2) is 2.66, Round(2.5) is 2, Round(-2.5) is -2. The result
+// keeps the argument's kind like Int does (integers are returned unchanged,
+// Boolean becomes Integer, a Single is read to its 7 digits); not to be
+// confused with Utilities.Round, which rounds half away from zero.
+KESTREL_API Value Round(const Value& number, int32_t decimals = 0);
 
 }  // namespace kestrel::runtime

@@ -21,6 +21,7 @@
 //   using namespace kestrel::runtime;
 //   DateAdd(u"m", 1, DateSerial(2011, 1, 31))      // 2011-02-28
 //   DateDiff(u"yyyy", DateSerial(2023, 12, 31), DateSerial(2024, 1, 1))  // 1
+//   Year(Value(u"2024-03-15"))                     // Integer 2024
 #pragma once
 
 #include <cstdint>
@@ -66,6 +67,34 @@ KESTREL_API int32_t Day(double date);
 KESTREL_API int32_t Hour(double date);
 KESTREL_API int32_t Minute(double date);
 KESTREL_API int32_t Second(double date);
+
+// Value forms of the functions above, with the runtime's result kinds. Each
+// date argument is read as CDate reads it (a Date, a number as a serial,
+// date text; 13 for other text and for objects), and Null gives Null. The
+// interval and week settings are checked first, so a bad one raises 5 even
+// next to a Null date. DatePart, Weekday and Year .. Second give Integer
+// Values; DateDiff gives a Long Value and raises 6 beyond the Long range.
+KESTREL_API Value DateDiff(std::u16string_view interval, const Value& date1, const Value& date2,
+                           int32_t first_day_of_week = 1, int32_t first_week_of_year = 1);
+KESTREL_API Value DatePart(std::u16string_view interval, const Value& date,
+                           int32_t first_day_of_week = 1, int32_t first_week_of_year = 1);
+KESTREL_API Value Weekday(const Value& date, int32_t first_day_of_week = 1);
+KESTREL_API Value Year(const Value& date);
+KESTREL_API Value Month(const Value& date);
+KESTREL_API Value Day(const Value& date);
+KESTREL_API Value Hour(const Value& date);
+KESTREL_API Value Minute(const Value& date);
+KESTREL_API Value Second(const Value& date);
+
+// DateValue and TimeValue: the date part (at midnight) and the time part (on
+// day 0) of a Date or of date text, as Date values, the moment read to the
+// nearest second as the parts above read it. Other values go through their
+// text form, which must be date text (13 otherwise: DateValue(45000) is
+// not a date); Null gives Null.
+KESTREL_API Value DateValue(const Value& date);
+KESTREL_API Value TimeValue(const Value& time);
+// CVDate: CDate as a Date value, and Null for Null.
+KESTREL_API Value CVDate(const Value& value);
 
 // --- the clock -----------------------------------------------------------------
 // The local date and time as a serial, to the second. The source is a seam:

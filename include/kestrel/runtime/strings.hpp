@@ -1,4 +1,5 @@
-// The runtime's string functions on UTF-16 text.
+// The runtime's string functions on UTF-16 text, the Like operator, and the
+// Value forms of the functions that the runtime applies to any value.
 //
 // Positions are 1-based like the runtime's. Lengths and positions that must
 // not be negative raise 5 (invalid procedure call). Functions taking a
@@ -7,8 +8,10 @@
 //   using namespace kestrel::runtime;
 //   InStr(1, u"Hello", u"L", CompareMethod::kText)   // 3
 //   Replace(u"a-b-c", u"-", u"+")                     // u"a+b+c"
+//   Like(u"report-2024.txt", u"report-####.*")        // true
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -80,5 +83,87 @@ KESTREL_API int32_t AscW(std::u16string_view text);
 KESTREL_API std::u16string ChrW(int32_t code);
 KESTREL_API int32_t Asc(std::u16string_view text);
 KESTREL_API std::u16string Chr(int32_t code);
+
+// The Like operator: "?" is any one character, "*" any run of characters
+// (none included), "#" one digit 0-9, "[list]" one character of the list and
+// "[!list]" one character not in it. A list holds characters and ascending
+// ranges ("[a-cx-z]"); "!" negates only as its first character, "-" first
+// (after any "!") or last is itself, and "*", "?", "#" and "[" inside a list
+// are themselves, so "[*]" matches a star. "]" outside a list is itself and
+// "[]" matches the empty text. An unclosed "[" or a descending range ("[z-a]")
+// raises 93 (invalid pattern string), whatever the text. Text mode ignores
+// case, folding each character on its own as the text-mode searches do.
+// Characters are UTF-16 code units, as in every string function here.
+KESTREL_API bool Like(std::u16string_view text, std::u16string_view pattern,
+                      CompareMethod mode = CompareMethod::kBinary);
+
+// The conversion codes of StrConv, which take sums (kUpperCase + kFromUnicode).
+namespace strconv {
+inline constexpr int32_t kUpperCase = 1;
+inline constexpr int32_t kLowerCase = 2;
+inline constexpr int32_t kProperCase = 3;
+inline constexpr int32_t kUnicode = 64;       // ANSI bytes to text
+inline constexpr int32_t kFromUnicode = 128;  // text to ANSI bytes
+}  // namespace strconv
+
+// StrConv. Proper case makes the first letter of each word upper case and
+// the rest lower case; words are separated by NUL, tab, line feed, vertical
+// tab, form feed, carriage return and space only ("o'neil" gives "O'neil").
+// kUnicode reads the argument as bytes (a Byte array's bytes; for a String,
+// its UTF-16LE bytes, as the runtime's strings hold them) and decodes them as
+// Windows-1252 into a String. kFromUnicode returns the Windows-1252 bytes as
+// a Byte array. A case conversion applies to the text: after decoding, before
+// encoding. Other arguments read as text (a Byte array as UTF-16LE byte
+// pairs). kUnicode with kFromUnicode, the East Asian conversions (4, 8, 16,
+// 32) and unknown codes raise 5, even for Null; otherwise Null gives Null.
+KESTREL_API Value StrConv(const Value& text, int32_t conversion);
+
+// --- Value forms ------------------------------------------------------------
+// The runtime's functions applied to any Value. Arguments are read as text
+// through CStr (13 for objects, arrays and Error values) and results have the
+// runtime's kinds. Where a text form of the same name exists (Asc, AscW,
+// StrComp, Like), the Value form is a template that only a Value argument can
+// select: a literal or a std::u16string would otherwise convert equally well
+// to either form and the call would be ambiguous.
+
+namespace detail {
+KESTREL_API Value AscValue(const Value& text);
+KESTREL_API Value AscWValue(const Value& text);
+KESTREL_API Value StrCompValue(const Value& a, const Value& b, CompareMethod mode);
+KESTREL_API Value LikeValue(const Value& text, const Value& pattern, CompareMethod mode);
+}  // namespace detail
+
+// Len: the length of the text form as a Long (Empty 0, Integer 123 gives 3,
+// True gives 4); Null gives Null.
+KESTREL_API Value Len(const Value& value);
+
+// Asc and AscW as Integers: AscW of a unit from U+8000 up is negative, as
+// the runtime's Integer holds it (AscW(ChrW(-1)) is -1). Null raises 94, an
+// empty text 5.
+template <std::same_as<Value> V>
+Value Asc(const V& text) {
+  return detail::AscValue(text);
+}
+template <std::same_as<Value> V>
+Value AscW(const V& text) {
+  return detail::AscWValue(text);
+}
+// Chr and ChrW as Strings: the code is converted as CLng converts (ties to
+// even; Null raises 94), then checked as above: Chr takes 0 .. 255, the
+// single-byte code page's range, and ChrW -32768 .. 65535.
+KESTREL_API Value Chr(const Value& code);
+KESTREL_API Value ChrW(const Value& code);
+
+// StrComp as an Integer -1, 0 or 1; Null when either side is Null.
+template <std::same_as<Value> V>
+Value StrComp(const V& a, const V& b, CompareMethod mode = CompareMethod::kBinary) {
+  return detail::StrCompValue(a, b, mode);
+}
+
+// text Like pattern as a Boolean; Null when either side is Null.
+template <std::same_as<Value> V>
+Value Like(const V& text, const V& pattern, CompareMethod mode = CompareMethod::kBinary) {
+  return detail::LikeValue(text, pattern, mode);
+}
 
 }  // namespace kestrel::runtime
