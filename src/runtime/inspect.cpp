@@ -59,9 +59,9 @@ std::u16string TypeName(const Value& value) {
 
 // An object used as a value stands for its default property. Calling it
 // with no arguments tells whether there is one: 438 says the object has no
-// default member, 450 that the default member needs arguments (a
-// collection's Item) or is not a property; either way the object is just
-// an object. Other errors are the property's own and propagate.
+// default member, 449 that the default member needs arguments (a
+// collection's Item), 450 that it is not a property; either way the object
+// is just an object. Other errors are the property's own and propagate.
 int32_t VarType(const Value& value) {
   if (!value.IsObject() || value.IsNothing()) return value.code();
   Value result;
@@ -70,7 +70,8 @@ int32_t VarType(const Value& value) {
     const Ref<Object> hold(value.object());
     result = hold->Invoke(std::u16string_view(), CallKind::kGet, std::span<Value>());
   } catch (const RuntimeError& e) {
-    if (e.number() == errors::kMemberNotSupported || e.number() == errors::kWrongArgumentCount) {
+    if (e.number() == errors::kMemberNotSupported || e.number() == errors::kArgumentNotOptional ||
+        e.number() == errors::kWrongArgumentCount) {
       return static_cast<int32_t>(Kind::kObject);
     }
     throw;
