@@ -37,8 +37,8 @@ std::string Text(const Value& v) {
   return ToUtf8(runtime::ToText(v));
 }
 
-void Show(const char* expression, const Value& v) {
-  std::printf("  %-34s -> %-22s (kind %u)\n", expression, Text(v).c_str(), v.code());
+void Show(const std::string& expression, const Value& v) {
+  std::printf("  %-34s -> %-22s (kind %u)\n", expression.c_str(), Text(v).c_str(), v.code());
 }
 
 void Section(const char* title) {
@@ -143,9 +143,38 @@ int main() {
        Value(runtime::DatePart(u"ww", runtime::DateSerial(2021, 1, 1), 2, 2)));
   Show("CDate(\"March 5, 2024 2:30 PM\")",
        Value::Date(runtime::ToDate(Value(u"March 5, 2024 2:30 PM"))));
-  Show("Format(7, \"0000\")", Value(runtime::Format(Value(7), u"0000")));
-  Show("Format(.., \"mm/dd/yyyy hh:nn:ss\")",
-       Value(runtime::Format(Value::Date(jan31 + 0.75), u"mm/dd/yyyy hh:nn:ss")));
+
+  Section("Format and Like: the runtime's pattern languages");
+  const Value moment =
+      Value::Date(runtime::DateSerial(2024, 3, 5) + runtime::TimeSerial(14, 30, 0));
+  const struct {
+    Value value;
+    std::u16string_view pattern;
+  } formats[] = {
+      {Value(-1234.567), u"Currency"},
+      {Value(1234.5), u"Scientific"},
+      {Value(0.4567), u"Percent"},
+      {Value(1234567), u"#,##0,"},
+      {Value(2.71828182), u"#.###E+###"},
+      {Value(-5), u"0.00;(0.00);\\z\\e\\r\\o"},
+      {moment, u"Long Date"},
+      {moment, u"Medium Time"},
+      {moment, u"dddd, mmm d \"at\" h:mm AM/PM"},
+      {Value(u"kestrel"), u">@@@@@@@@@"},
+  };
+  for (const auto& f : formats)
+    Show("Format(" + Text(f.value) + ", \"" + ToUtf8(f.pattern) + "\")",
+         Value(runtime::Format(f.value, f.pattern)));
+  Show("FormatPercent(-0.5) (sign outside \"%\")",
+       Value(runtime::FormatPercent(Value(-0.5), -1, runtime::Tristate::kUseDefault,
+                                    runtime::Tristate::kTrue)));
+  Show("Round(2.675, 2), Round(2.665, 2)",
+       runtime::Concat(runtime::Round(Value(2.675), 2),
+                       runtime::Concat(Value(u", "), runtime::Round(Value(2.665), 2))));
+  Show("\"report-2024.txt\" Like \"report-####.*\"",
+       Value(runtime::Like(u"report-2024.txt", u"report-####.*")));
+  Show("\"B\" Like \"[!a-z]\" binary", Value(runtime::Like(u"B", u"[!a-z]")));
+  Show("\"B\" Like \"[!a-z]\" text", Value(runtime::Like(u"B", u"[!a-z]", CompareMethod::kText)));
 
   Section("TimeInterval");
   auto span = MakeRef<TimeInterval>();

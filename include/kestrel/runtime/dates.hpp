@@ -1,6 +1,6 @@
 // The runtime's date functions: serials, calendar arithmetic by interval
-// code, parts of a date, the clock, date text and the Format patterns the
-// library uses.
+// code, parts of a date, the clock and date text. Formatting dates is
+// Format's work (format.hpp).
 //
 // A date is a Double serial: whole days since 1899-12-30, the fraction the
 // time of day. Before day 0 the whole part counts back and the fraction still
