@@ -19,32 +19,13 @@ const std::u16string D = u"03/05/2024 13:02:03 ";
 
 // A client object reached only by name, as log sink and as profiler: it
 // records every call it gets as "Member argument".
-constexpr std::u16string_view kMembers[] = {u"LogLine", u"Clear",   u"Reset",
-                                            u"StepIn",  u"StepOut", u"TimerOn"};
-class Recorder : public Dispatchable<Recorder> {
+class Recorder : public Object {
  public:
   std::vector<std::u16string> calls;
-
-  template <int I>
-  static Value Call(Recorder& r, Args& a) {
-    r.calls.push_back(std::u16string(kMembers[I]) +
-                      (a.Has(0) ? u" " + runtime::ToText(a[0]) : u""));
+  std::u16string_view TypeName() const noexcept override { return u"Recorder"; }
+  Value Invoke(std::u16string_view name, CallKind, std::span<Value> args) override {
+    calls.push_back(std::u16string(name) + (args.empty() ? u"" : u" " + runtime::ToText(args[0])));
     return Value(true);
-  }
-  template <int I>
-  static void Put(Recorder& r, Args&, const Value& v) {
-    r.calls.push_back(std::u16string(kMembers[I]) + u" " + runtime::ToText(v));
-  }
-  static const DispatchTable<Recorder>& Dispatch() {
-    static const auto table = DispatchTable<Recorder>::Builder(u"Recorder")
-                                  .Method(kMembers[0], 1, 1, &Call<0>)
-                                  .Method(kMembers[1], 0, 0, &Call<1>)
-                                  .Method(kMembers[2], 0, 0, &Call<2>)
-                                  .Method(kMembers[3], 1, 1, &Call<3>)
-                                  .Method(kMembers[4], 1, 1, &Call<4>)
-                                  .Let(kMembers[5], &Put<5>)
-                                  .Build();
-    return table;
   }
 };
 
