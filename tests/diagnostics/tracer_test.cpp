@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 #include "kestrel/diagnostics/log.hpp"
@@ -60,12 +61,7 @@ TEST_F(TracerTest, WriteBackThroughDispatch) {
 }
 
 TEST_F(TracerTest, WritersLayOutTheirLines) {
-  struct Case {
-    const char* name;
-    void (*run)(Tracer&);
-    std::u16string expected;
-  };
-  const Case cases[] = {
+  const std::tuple<const char*, void (*)(Tracer&), std::u16string> cases[] = {
       {"trace without severity is filtered", [](Tracer& t) { t.Trace(u"m"); }, u""},
       {"threshold -1 lets the default through",
        [](Tracer& t) { t.SetLogSeverity(-1), t.Trace(u"m"); }, D + u"0025 0000    m\n"},
@@ -97,13 +93,13 @@ TEST_F(TracerTest, WritersLayOutTheirLines) {
        },
        D + u"0010 0001 <    <<<[X] \n"},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, run, expected] : cases) {
+    SCOPED_TRACE(name);
     Tracer t;
     t.SetLogTo(log_);
     log_->Clear();
-    c.run(t);
-    EXPECT_EQ(log_->Log(), c.expected);
+    run(t);
+    EXPECT_EQ(log_->Log(), expected);
     EXPECT_EQ(t.StackString(), u"");
   }
 }

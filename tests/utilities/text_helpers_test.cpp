@@ -72,10 +72,8 @@ TEST(UtilitiesText, ByteArrays) {
 TEST(UtilitiesText, String2Date) {
   const double day = runtime::DateSerial(2010, 12, 31);
   const double time = runtime::TimeSerial(23, 59, 0);
-  struct Case {
-    const char* text;
-    double want;  // -1: Null
-  } cases[] = {
+  const std::pair<const char*, double> cases[] = {
+      // -1: Null
       {"31.12.2010 23:59:00", day + time},
       {"2010-12-31 23:59", 0},                               // both halves malformed
       {"x 23:59:00", time},                                  // a bad date keeps the time
@@ -84,15 +82,11 @@ TEST(UtilitiesText, String2Date) {
       {"31.12.2010", -1},
       {"31.12.2010  23:59:00", -1},  // three parts
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.text);
-    Value got = u::String2Date(FromUtf8(c.text));
-    if (c.want < 0) {
-      EXPECT_TRUE(got.IsNull());
-    } else {
-      ASSERT_EQ(got.code(), uint16_t(Kind::kDate));
-      EXPECT_NEAR(got.date(), c.want, 1e-9);
-    }
+  for (const auto& [text, want] : cases) {
+    SCOPED_TRACE(text);
+    Value got = u::String2Date(FromUtf8(text));
+    ASSERT_EQ(got.code(), uint16_t(want < 0 ? Kind::kNull : Kind::kDate));
+    EXPECT_NEAR(got.IsNull() ? -1 : got.date(), want, 1e-9);
   }
   EXPECT_RAISES(u::String2Date(u"1.1.100000 0:0:0"), errors::kOverflow);
 }
