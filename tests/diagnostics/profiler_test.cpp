@@ -41,20 +41,17 @@ std::string Lines(const std::string& rows) {
   return out;
 }
 
+// Scripted ticks and the fixed clock for the life of each test.
 class ProfilerTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    previous_ticks_ = SetTickSource(&ScriptedTicks);
-    previous_clock_ = runtime::SetClockSource(&FixedClock);
-    sink_->OpenFile(path_);
-  }
-  void TearDown() override {
+  void SetUp() override { sink_->OpenFile(path_); }
+  ~ProfilerTest() override {
     SetTickSource(previous_ticks_);
     runtime::SetClockSource(previous_clock_);
   }
 
-  TickSource previous_ticks_ = nullptr;
-  runtime::ClockSource previous_clock_ = nullptr;
+  TickSource previous_ticks_ = SetTickSource(&ScriptedTicks);
+  runtime::ClockSource previous_clock_ = runtime::SetClockSource(&FixedClock);
   testing::TempFolder dir_;
   std::string path_ = dir_.File("profile.txt");
   Ref<ProfileDataFile> sink_ = MakeRef<ProfileDataFile>();

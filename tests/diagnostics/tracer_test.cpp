@@ -32,13 +32,10 @@ class Recorder : public Object {
 
 class TracerTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    previous_ = runtime::SetClockSource(&FixedClock);
-    tracer_->SetLogTo(log_);
-  }
-  void TearDown() override { runtime::SetClockSource(previous_); }
+  void SetUp() override { tracer_->SetLogTo(log_); }
+  ~TracerTest() override { runtime::SetClockSource(previous_); }
 
-  runtime::ClockSource previous_ = nullptr;
+  runtime::ClockSource previous_ = runtime::SetClockSource(&FixedClock);
   Ref<LogString> log_ = MakeRef<LogString>();
   Ref<Tracer> tracer_ = MakeRef<Tracer>();
 };
