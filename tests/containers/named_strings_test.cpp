@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "kestrel/runtime/error.hpp"
@@ -26,12 +27,8 @@ Strings Elements(const Value& array) {
 }
 
 TEST(NamedStrings, TextLetReadsItems) {
-  struct Case {
-    char16_t separator;
-    std::u16string text;
-    Strings names, values;
-    std::u16string text_back;
-  } const cases[] = {
+  // separator, text, names, values, text read back
+  const std::tuple<char16_t, std::u16string, Strings, Strings, std::u16string> cases[] = {
       {';', u"a=1;A=2", {u"a", u"A"}, {u"1", u"2"}, u"a=1;A=2"},
       // An item without "=" counts before a separator, not at the end.
       {';', u"a;b=2", {u"a", u"b"}, {u"", u"2"}, u"a=;b=2"},
@@ -43,15 +40,15 @@ TEST(NamedStrings, TextLetReadsItems) {
       {',', u"n;m=p;q=r/,s,a", {u"n;m"}, {u"p;qr,s"}, u"n;m=p;qr/,s"},
       {';', u"", {}, {}, u""},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(::testing::PrintToString(c.text));
+  for (const auto& [separator, text, names, values, text_back] : cases) {
+    SCOPED_TRACE(::testing::PrintToString(text));
     NamedStrings ns;
-    ns.SetSeparator(std::u16string(1, c.separator));
-    ns.SetText(c.text);
-    EXPECT_EQ(Elements(ns.Names()), c.names);
-    EXPECT_EQ(Elements(ns.Values()), c.values);
-    EXPECT_EQ(ns.Count(), int16_t(c.names.size()));
-    EXPECT_EQ(ns.Text(), c.text_back);
+    ns.SetSeparator(std::u16string(1, separator));
+    ns.SetText(text);
+    EXPECT_EQ(Elements(ns.Names()), names);
+    EXPECT_EQ(Elements(ns.Values()), values);
+    EXPECT_EQ(ns.Count(), int16_t(names.size()));
+    EXPECT_EQ(ns.Text(), text_back);
   }
 }
 

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <string>
-#include <tuple>
 
 #include "kestrel/runtime/registry.hpp"
 #include "runtime_error_matchers.hpp"
@@ -49,27 +48,26 @@ TEST(StringBuilder, CapacityMovesInWholeChunks) {
   }
 }
 
-// Insert "XY" (lLen -1 in the table) or Remove on "abcd": the content after
-// and minus the error raised, if any.
+// Insert "XY" (length -1) or Remove on "abcd": the content after and minus
+// the error raised, if any.
 TEST(StringBuilder, InsertAndRemove) {
-  const std::tuple<int32_t, int32_t, int32_t, const char16_t*> cases[] = {
-      {0, -1, 0, u"XYabcd"}, {4, -1, 0, u"abcdXY"}, {5, -1, -9, u"abcd"},
-      {-1, -1, -5, u"abcd"}, {1, 2, 0, u"ad"},      {4, 0, 0, u"abcd"},
-      {3, 2, -9, u"abcd"},   {1, -2, -5, u"abcd"},  {1, INT32_MAX, -6, u"abcd"},
+  struct Case {
+    int32_t index, length, error;
+    const char16_t* after;
   };
-  for (const auto& row : cases) {
-    // Clang 14 cannot capture structured bindings in a lambda: plain copies.
-    const int32_t index = std::get<0>(row), length = std::get<1>(row), error = std::get<2>(row);
-    const char16_t* after = std::get<3>(row);
-    SCOPED_TRACE(::testing::Message() << index << " " << length);
+  for (const Case& c :
+       {Case{0, -1, 0, u"XYabcd"}, Case{4, -1, 0, u"abcdXY"}, Case{5, -1, -9, u"abcd"},
+        Case{-1, -1, -5, u"abcd"}, Case{1, 2, 0, u"ad"}, Case{4, 0, 0, u"abcd"},
+        Case{3, 2, -9, u"abcd"}, Case{1, -2, -5, u"abcd"}, Case{1, INT32_MAX, -6, u"abcd"}}) {
+    SCOPED_TRACE(::testing::Message() << c.index << " " << c.length);
     StringBuilder sb;
     sb.Append(u"abcd");
     EXPECT_EQ(Outcome([&] {
-                length == -1 ? sb.Insert(index, u"XY") : sb.Remove(index, length);
+                c.length == -1 ? sb.Insert(c.index, u"XY") : sb.Remove(c.index, c.length);
                 return 0;
               }),
-              error);
-    EXPECT_EQ(sb.toString(), after);
+              c.error);
+    EXPECT_EQ(sb.toString(), c.after);
   }
 
   // Chunk 4, "abc" held (capacity 4): one chunk when that makes room, else
@@ -97,27 +95,25 @@ TEST(StringBuilder, InsertAndRemove) {
 }
 
 TEST(StringBuilder, FindReportsOnlyBelowLengthAndShiftsArgumentsBelowOne) {
-  const std::tuple<const char16_t*, const char16_t*, int32_t, int32_t, int32_t> cases[] = {
-      {u"abc", u"B", 1, 1, 2},
-      {u"abc", u"B", 1, 0, 0},
-      {u"abc", u"c", 1, 1, 0},     // the last character
-      {u"abc", u"bc  ", 1, 1, 2},  // into the padding
-      {u"abc", u"a", 0, 1, -13},
-      // Below 1: start at the buffer read as a number, look for `compare`.
-      {u"000000003", u"x1y1", 0, 1, 4},
-      {u"000000002.5", u"x0y1", -7, 0, 2},
-      {u"0", u"a", 0, 1, -5},  // start 0
+  struct Case {
+    const char16_t *content, *find;
+    int32_t start, compare, result;
   };
+  const Case cases[] = {{u"abc", u"B", 1, 1, 2},
+                        {u"abc", u"B", 1, 0, 0},
+                        {u"abc", u"c", 1, 1, 0},     // the last
+                        {u"abc", u"bc  ", 1, 1, 2},  // into the padding
+                        {u"abc", u"a", 0, 1, -13},
+                        // Below 1: start at the buffer read as a number, look for `compare`.
+                        {u"000000003", u"x1y1", 0, 1, 4},
+                        {u"000000002.5", u"x0y1", -7, 0, 2},
+                        {u"0", u"a", 0, 1, -5}};  // start 0
   for (size_t i = 0; i < std::size(cases); ++i) {
     SCOPED_TRACE(i);
-    const auto& [content, find_binding, start_binding, compare_binding, result] = cases[i];
-    // Plain copies: Clang 14 cannot capture structured bindings in a lambda.
-    const auto find = find_binding;
-    const auto start = start_binding;
-    const auto compare = compare_binding;
+    const Case& c = cases[i];
     StringBuilder sb;
-    sb.Append(content);
-    EXPECT_EQ(Outcome([&] { return sb.Find(find, start, compare); }), result);
+    sb.Append(c.content);
+    EXPECT_EQ(Outcome([&] { return sb.Find(c.find, c.start, c.compare); }), c.result);
   }
 
   // Characters vacated by Remove or a shorter text read as padding again.

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include "kestrel/frame/unicode.hpp"
 #include "kestrel/runtime/convert.hpp"
@@ -23,80 +24,52 @@ Value Call(const Ref<Object>& o, std::u16string_view name, CallKind kind,
 
 TEST(LogSinks, InterfaceMembersByName) {
   // ILog's own members do nothing; LogString keeps LF-ended lines.
-  struct Case {
-    std::u16string_view cls;
-    bool logged;
-    std::u16string after_a_empty_b;
-  };
-  for (const Case& c :
-       {Case{u"Kestrel.ILog", false, u""}, Case{u"Kestrel.LogString", true, u"a\n\nb\n"}}) {
-    SCOPED_TRACE(ToUtf8(c.cls));
-    Ref<Object> log = CreateObject(c.cls);
-    EXPECT_EQ(u"Kestrel." + std::u16string(log->TypeName()), c.cls);
-    EXPECT_NE(dynamic_cast<ILog*>(log.get()), nullptr);
+  for (const auto& [cls, logged, after] : {std::tuple(u"Kestrel.ILog", false, u""),
+                                           std::tuple(u"Kestrel.LogString", true, u"a\n\nb\n")}) {
+    SCOPED_TRACE(logged);
+    Ref<Object> log = CreateObject(cls);
+    EXPECT_EQ(u"Kestrel." + std::u16string(log->TypeName()), cls);
     for (const char16_t* line : {u"a", u"", u"b"}) {
       Value r = Call(log, u"LogLine", CallKind::kMethod, {Value(line)});
       EXPECT_EQ(r.code(), uint16_t(Kind::kBoolean));
-      EXPECT_EQ(r.boolean(), c.logged);
+      EXPECT_EQ(r.boolean(), logged);
     }
-    EXPECT_EQ(runtime::ToText(Call(log, u"Log", CallKind::kGet)), c.after_a_empty_b);
+    EXPECT_EQ(runtime::ToText(Call(log, u"Log", CallKind::kGet)), after);
     EXPECT_TRUE(Call(log, u"Clear", CallKind::kMethod).IsEmpty());
     EXPECT_EQ(runtime::ToText(Call(log, u"Log", CallKind::kGet)), u"");
   }
 }
 
-TEST(LogFile, OpenTruncatesOrAppends) {
-  TempFolder folder;
-  std::string path = folder.File("run.log");
-  struct Case {
-    bool append;
-    std::string bytes;
-  };
-  for (const Case& c : {Case{false, "new\r\n"}, Case{true, "old\r\nnew\r\n"}}) {
-    SCOPED_TRACE(c.append);
-    LogFile log;
-    log.OpenFile(FromUtf8(path));
-    log.LogLine(u"old");
-    LogFile second;
-    second.OpenFile(FromUtf8(path), c.append);
-    EXPECT_TRUE(second.LogLine(u"new"));
-    EXPECT_EQ(FileBytes(path), c.bytes);
-    EXPECT_EQ(second.Log(), FromUtf8(c.bytes));
-  }
-}
-
-TEST(LogFile, ClearLeavesAnEmptyFileStillInUse) {
-  TempFolder folder;
-  std::string path = folder.File("c.log");
-  for (bool unicode : {false, true}) {
-    SCOPED_TRACE(unicode);
-    LogFile log;
-    log.SetUnicode(unicode);
-    log.OpenFile(FromUtf8(path));
-    EXPECT_EQ(log.Log(), u"");  // a fresh file reads as "", not an error
-    log.LogLine(u"x");
-    log.Clear();
-    EXPECT_EQ(log.Log(), u"");
-    EXPECT_EQ(FileBytes(path), unicode ? std::string("\xFF\xFE") : std::string());
-    log.LogLine(u"y");
-    EXPECT_EQ(log.Log(), u"y\r\n");
-  }
-}
-
-TEST(LogFile, UnicodeFileBytesAndReadBack) {
+// A fresh file reads as "", not an error; Clear leaves an empty file (with
+// its byte order mark when Unicode) still in use.
+TEST(LogFile, AnsiAndUnicodeBytesClearAndReadBack) {
   TempFolder folder;
   std::string path = folder.File("u.log");
-  LogFile log;
-  log.SetUnicode(true);
-  log.OpenFile(FromUtf8(path));
-  log.LogLine(u"\u00E9\u4E2D");
-  const std::string expected("\xFF\xFE\xE9\x00\x2D\x4E\x0D\x00\x0A\x00", 10);
-  EXPECT_EQ(FileBytes(path), expected);
-  EXPECT_EQ(log.Log(), u"\u00E9\u4E2D\r\n");
-  // The flag changes later reads, not the stream already open.
-  log.SetUnicode(false);
-  log.LogLine(u"z");
-  EXPECT_EQ(FileBytes(path), expected + std::string("z\0\r\0\n\0", 6));
+  struct Case {
+    bool unicode;
+    std::u16string text;
+    std::string bytes, cleared, z;
+  };
+  const Case cases[] = {
+      {false, u"\u00E9", "\xE9\r\n", "", "z\r\n"},
+      {true, u"\u00E9\u4E2D", std::string("\xFF\xFE\xE9\x00\x2D\x4E\x0D\x00\x0A\x00", 10),
+       "\xFF\xFE", std::string("z\0\r\0\n\0", 6)}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.unicode);
+    LogFile log;
+    log.SetUnicode(c.unicode);
+    log.OpenFile(FromUtf8(path));
+    EXPECT_EQ(log.Log(), u"");
+    EXPECT_TRUE(log.LogLine(c.text));
+    EXPECT_EQ(FileBytes(path), c.bytes);
+    EXPECT_EQ(log.Log(), c.text + u"\r\n");
+    log.Clear();
+    EXPECT_EQ(log.Log(), u"");
+    EXPECT_EQ(FileBytes(path), c.cleared);
+    log.SetUnicode(!c.unicode);  // changes later reads, not the stream already open
+    log.LogLine(u"z");
+    EXPECT_EQ(FileBytes(path), c.cleared + c.z);
+  }
 }
 
 TEST(LogFile, WithoutAFileRaises91AndAFailedOpenKeepsTheEarlierFile) {
@@ -107,9 +80,13 @@ TEST(LogFile, WithoutAFileRaises91AndAFailedOpenKeepsTheEarlierFile) {
   EXPECT_RAISES(log.Log(), errors::kObjectVariableNotSet);
   EXPECT_RAISES(log.Clear(), errors::kObjectVariableNotSet);
   log.OpenFile(FromUtf8(path));
+  log.LogLine(u"old");
   EXPECT_RAISES(log.OpenFile(FromUtf8(folder.File("missing/x.log"))), errors::kPathNotFound);
   log.LogLine(u"still here");
-  EXPECT_EQ(FileBytes(path), "still here\r\n");
+  EXPECT_EQ(FileBytes(path), "old\r\nstill here\r\n");
+  log.OpenFile(FromUtf8(path));  // truncates
+  log.LogLine(u"new");
+  EXPECT_EQ(FileBytes(path), "new\r\n");
 }
 
 TEST(LogFile, ByName) {

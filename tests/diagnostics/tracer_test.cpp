@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 #include "kestrel/diagnostics/log.hpp"
@@ -19,44 +20,22 @@ const std::u16string D = u"03/05/2024 13:02:03 ";
 
 // A client object reached only by name, as log sink and as profiler: it
 // records every call it gets as "Member argument".
-constexpr std::u16string_view kMembers[] = {u"LogLine", u"Clear",   u"Reset",
-                                            u"StepIn",  u"StepOut", u"TimerOn"};
-class Recorder : public Dispatchable<Recorder> {
+class Recorder : public Object {
  public:
   std::vector<std::u16string> calls;
-
-  template <int I>
-  static Value Call(Recorder& r, Args& a) {
-    r.calls.push_back(std::u16string(kMembers[I]) +
-                      (a.Has(0) ? u" " + runtime::ToText(a[0]) : u""));
+  std::u16string_view TypeName() const noexcept override { return u"Recorder"; }
+  Value Invoke(std::u16string_view name, CallKind, std::span<Value> args) override {
+    calls.push_back(std::u16string(name) + (args.empty() ? u"" : u" " + runtime::ToText(args[0])));
     return Value(true);
-  }
-  template <int I>
-  static void Put(Recorder& r, Args&, const Value& v) {
-    r.calls.push_back(std::u16string(kMembers[I]) + u" " + runtime::ToText(v));
-  }
-  static const DispatchTable<Recorder>& Dispatch() {
-    static const auto table = DispatchTable<Recorder>::Builder(u"Recorder")
-                                  .Method(kMembers[0], 1, 1, &Call<0>)
-                                  .Method(kMembers[1], 0, 0, &Call<1>)
-                                  .Method(kMembers[2], 0, 0, &Call<2>)
-                                  .Method(kMembers[3], 1, 1, &Call<3>)
-                                  .Method(kMembers[4], 1, 1, &Call<4>)
-                                  .Let(kMembers[5], &Put<5>)
-                                  .Build();
-    return table;
   }
 };
 
 class TracerTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    previous_ = runtime::SetClockSource(&FixedClock);
-    tracer_->SetLogTo(log_);
-  }
-  void TearDown() override { runtime::SetClockSource(previous_); }
+  void SetUp() override { tracer_->SetLogTo(log_); }
+  ~TracerTest() override { runtime::SetClockSource(previous_); }
 
-  runtime::ClockSource previous_ = nullptr;
+  runtime::ClockSource previous_ = runtime::SetClockSource(&FixedClock);
   Ref<LogString> log_ = MakeRef<LogString>();
   Ref<Tracer> tracer_ = MakeRef<Tracer>();
 };
@@ -79,12 +58,7 @@ TEST_F(TracerTest, WriteBackThroughDispatch) {
 }
 
 TEST_F(TracerTest, WritersLayOutTheirLines) {
-  struct Case {
-    const char* name;
-    void (*run)(Tracer&);
-    std::u16string expected;
-  };
-  const Case cases[] = {
+  const std::tuple<const char*, void (*)(Tracer&), std::u16string> cases[] = {
       {"trace without severity is filtered", [](Tracer& t) { t.Trace(u"m"); }, u""},
       {"threshold -1 lets the default through",
        [](Tracer& t) { t.SetLogSeverity(-1), t.Trace(u"m"); }, D + u"0025 0000    m\n"},
@@ -116,13 +90,13 @@ TEST_F(TracerTest, WritersLayOutTheirLines) {
        },
        D + u"0010 0001 <    <<<[X] \n"},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, run, expected] : cases) {
+    SCOPED_TRACE(name);
     Tracer t;
     t.SetLogTo(log_);
     log_->Clear();
-    c.run(t);
-    EXPECT_EQ(log_->Log(), c.expected);
+    run(t);
+    EXPECT_EQ(log_->Log(), expected);
     EXPECT_EQ(t.StackString(), u"");
   }
 }

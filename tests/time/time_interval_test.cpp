@@ -55,7 +55,7 @@ TEST(TimeInterval, UnfilledEndsRaise94WhenReadAndCloneSkipsThem) {
 
 TEST(TimeInterval, NormalizedLooksOnlyAtDate2AndOverlapsOnlyAtTheOtherEnds) {
   Ref<TimeInterval> t = Make(kMar10, kMar1);
-  EXPECT_TRUE(t->Normalized());
+  EXPECT_TRUE(t->Normalized());                   // although Date1 > Date2
   EXPECT_FALSE(t->Includes(Value::Date(kMar5)));  // the Date1 <= v <= Date2 branch
   t->Normalize();
   EXPECT_EQ(t->Date1(), kMar10);

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "kestrel/frame/unicode.hpp"
@@ -119,9 +120,6 @@ TEST(Utilities, SQuickSortFollowsItsPartitionScheme) {
   a = Arr({Value(int16_t{2}), Value(uint8_t{1}), Value(2), Value(1.0f), Value(2.0)});
   u::SQuickSort(a, 0, 4);
   EXPECT_EQ(Kinds(a), (std::vector<int>{4, 17, 5, 3, 2}));
-  a = Arr({Value(int16_t{1}), Value(1), Value(1.0), Value(uint8_t{1})});
-  u::SQuickSort(a, 0, 3);
-  EXPECT_EQ(Kinds(a), (std::vector<int>{17, 5, 3, 2}));
   // The same moves when every element is a Double (0 and -0 are equal).
   a = Arr({Value(0.0), Value(-1.0), Value(-0.0), Value(-1.0), Value(0.0)});
   u::SQuickSort(a, 0, 4);
@@ -210,26 +208,19 @@ TEST(Utilities, DispatchWritesBackByReference) {
 TEST(Utilities, ExplicitMissingByName) {
   Utilities& shared = GlobalInstance<Utilities>();
   const Value missing = Value::Missing();
-  struct Case {
-    std::u16string_view member;
-    std::vector<Value> args;
-    Value expected;
-  };
-  const Case cases[] = {
+  const std::tuple<std::u16string_view, std::vector<Value>, Value> cases[] = {
       {u"Mz", {missing, Value(5)}, Value(5)},
       {u"Max", {missing, Value(3)}, Value(3)},
       {u"Min", {Value(3), missing}, Value(3)},
       {u"NEMz", {missing, Value(u"d")}, Value(u"d")},
       {u"Equals", {missing, Value(1)}, Value(false)},
       {u"IsEmptyArray", {missing}, Value(true)},
-      {u"GetValue", {missing}, missing},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(std::string(c.member.begin(), c.member.end()));
-    std::vector<Value> args = c.args;
-    const Value got = CallByName(&shared, c.member, CallKind::kMethod, std::span<Value>(args));
-    EXPECT_EQ(got.code(), c.expected.code());
-    EXPECT_TRUE(shared.Equals(got, c.expected) || (got.IsMissing() && c.expected.IsMissing()));
+      {u"GetValue", {missing}, missing}};
+  for (auto [member, args, expected] : cases) {
+    SCOPED_TRACE(ToUtf8(member));
+    const Value got = CallByName(&shared, member, CallKind::kMethod, std::span<Value>(args));
+    EXPECT_EQ(got.code(), expected.code());
+    EXPECT_TRUE(shared.Equals(got, expected) || (got.IsMissing() && expected.IsMissing()));
   }
   EXPECT_RAISES(CallByName(&shared, u"HexToDec", CallKind::kMethod, {missing}),
                 errors::kArgumentNotOptional);
