@@ -101,7 +101,7 @@ TEST(IntegerConversions, RoundHalfToEvenAndCheckTheRange) {
 
 TEST(FloatingAndBooleanConversions, ReadEveryScalarKind) {
   ExpectCases<double>({
-      {E, 0}, {Value(true), -1}, {S(0.5f), 0.5}, {Dt(45292.5), 45292.5},
+      {E, 0}, {Value(true), -1}, {L(-7), -7}, {S(0.5f), 0.5}, {Dt(45292.5), 45292.5},
       {T(u"1e400"), 0, kOverflow}, {T(u"1/1/2024"), 0, kMismatch},
   }, ToDouble);
   // ToSingle overflows only past the Single range; tiny values become 0.
