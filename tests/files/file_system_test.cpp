@@ -77,7 +77,7 @@ TEST_F(FileSystemTest, CreateFolderMakesParentsFirstAndRaisesFileErrors) {
   EXPECT_FALSE(fs::exists(folder.File("none")));
 }
 
-TEST_F(FileSystemTest, TextFilesAreWindows1252WithoutAddedLineEnds) {
+TEST_F(FileSystemTest, TextFilesAreWindows1252WithoutAddedLineEndsAndRaiseFileErrors) {
   std::u16string path = Path("t.txt");
   files.WriteFile(path, u"x");
   files.AppendFile(path, u"y");
@@ -94,9 +94,7 @@ TEST_F(FileSystemTest, TextFilesAreWindows1252WithoutAddedLineEnds) {
     bytes += i % 3 == 0 ? std::string(37, char(i % 256)) : std::string("plain ascii text, ");
   Put(folder.File("big.txt"), bytes);
   EXPECT_EQ(files.ReadFile(Path("big.txt")), runtime::FromAnsi(bytes));
-}
 
-TEST_F(FileSystemTest, TextFileFailuresRaiseFileErrors) {
   // Whether a missing file or a missing folder is reported is the file-error
   // mapping's business; here each member shows that it hands over its path.
   Put(folder.File("empty.txt"), "");
