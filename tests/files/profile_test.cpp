@@ -43,7 +43,6 @@ TEST(GetProfileString, ReadsValuesByTheFileRules) {
       {"  [ s\t]\r\n \tk \t= v \t\r\n", u"s", u"k", u"v"},
       // A vertical tab is a blank too.
       {"\v[\vs\v]\r\n\vk\v=\v'v'\v\r\n", u"s", u"k", u"v"},
-      {"[s]\r\n\v;k=comment\r\n", u"s", u";k", u"(none)"},
       {"[s\r\nk=v\r\n", u"s", u"k", u"v"},
       {"[s] trailing text\r\nk=v\r\n", u"s", u"k", u"v"},
       {"k=before\r\n[s]\r\n", u"s", u"k", u"(none)"},
