@@ -269,11 +269,11 @@ TEST_F(FileSystemTest, ShortAndLongPathsOfExistingPathsAreUnchanged) {
   const struct {
     std::u16string path, want;
   } cases[] = {
-      {u"", u""},
-      {Path("none"), u""},
-      {Path("f"), Path("f")},
+      // clang-format off
+      {u"", u""},  {Path("none"), u""},  {Path("f"), Path("f")},
       {U(folder.path()), U(folder.path())},
-      {U(deep), std::u16string(260, u' ')},
+      {U(deep), std::u16string(260, u' ')},  // 260 characters or more: 260 spaces
+      // clang-format on
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(ToUtf8(c.path));
