@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <string>
+#include <utility>
 
 #include "kestrel/frame/errors.hpp"
 #include "runtime_error_matchers.hpp"
@@ -12,53 +13,43 @@
 namespace kestrel::files {
 namespace {
 
+using namespace errors;
+
 TEST(FileError, MapsErrnoToTheRuntimesFileErrors) {
-  const struct {
-    int errno_value;
-    int32_t number;
-  } cases[] = {
-      {ENOENT, errors::kPathNotFound},
-      {ENOTDIR, errors::kPathNotFound},
-      {EACCES, errors::kPermissionDenied},
-      {EPERM, errors::kPermissionDenied},
-      {EROFS, errors::kPermissionDenied},
-      {EEXIST, errors::kFileAlreadyExists},
-      {ENOSPC, errors::kDiskFull},
-      {EIO, errors::kDeviceIoError},
-      {ENAMETOOLONG, errors::kBadFileNameOrNumber},
-      {EISDIR, errors::kPathFileAccessError},
-      {ENOTEMPTY, errors::kPathFileAccessError},
-      {EBUSY, errors::kPathFileAccessError},
-      {ELOOP, errors::kPathFileAccessError},
+  // clang-format off
+  const std::pair<int, int32_t> cases[] = {
+      {ENOENT, kPathNotFound},         {ENOTDIR, kPathNotFound},  {EACCES, kPermissionDenied},
+      {EPERM, kPermissionDenied},      {EROFS, kPermissionDenied},  {EEXIST, kFileAlreadyExists},
+      {ENOSPC, kDiskFull},             {EIO, kDeviceIoError},   {ENAMETOOLONG, kBadFileNameOrNumber},
+      {EISDIR, kPathFileAccessError},  {ENOTEMPTY, kPathFileAccessError},
+      {EBUSY, kPathFileAccessError},   {ELOOP, kPathFileAccessError},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.errno_value);
-    EXPECT_EQ(FileErrorNumber(c.errno_value), c.number);
-    EXPECT_RAISES(RaiseFileError(c.errno_value), c.number);
+  // clang-format on
+  for (const auto& c : cases) {  // errno, number
+    SCOPED_TRACE(c.first);
+    EXPECT_EQ(FileErrorNumber(c.first), c.second);
+    EXPECT_RAISES(RaiseFileError(c.first), c.second);
   }
 }
 
 TEST(FileError, MissingLastComponentIsFileNotFound) {
   testing::TempFolder folder;
-  const struct {
-    std::string path;
-    int32_t number;
-  } cases[] = {
-      {folder.File("missing.txt"), errors::kFileNotFound},
-      {folder.File("missing/"), errors::kFileNotFound},
-      {folder.path() + "//missing.txt", errors::kFileNotFound},
-      {folder.File("no/missing.txt"), errors::kPathNotFound},
-      {"kestrel-no-such-name", errors::kFileNotFound},  // in the current folder
-      {"/kestrel-no-such-name", errors::kFileNotFound},
-      {"", errors::kBadFileNameOrNumber},
+  const std::pair<std::string, int32_t> cases[] = {
+      {folder.File("missing.txt"), kFileNotFound},
+      {folder.File("missing/"), kFileNotFound},
+      {folder.path() + "//missing.txt", kFileNotFound},
+      {folder.File("no/missing.txt"), kPathNotFound},
+      {"kestrel-no-such-name", kFileNotFound},  // in the current folder
+      {"/kestrel-no-such-name", kFileNotFound},
+      {"", kBadFileNameOrNumber},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.path);
-    EXPECT_EQ(FileErrorNumber(ENOENT, c.path), c.number);
-    EXPECT_RAISES(RaiseFileError(ENOENT, c.path), c.number);
+  for (const auto& c : cases) {  // path, number
+    SCOPED_TRACE(c.first);
+    EXPECT_EQ(FileErrorNumber(ENOENT, c.first), c.second);
+    EXPECT_RAISES(RaiseFileError(ENOENT, c.first), c.second);
   }
   // Only a missing entry is refined; other failures keep their number.
-  EXPECT_EQ(FileErrorNumber(EACCES, folder.File("x")), errors::kPermissionDenied);
+  EXPECT_EQ(FileErrorNumber(EACCES, folder.File("x")), kPermissionDenied);
 }
 
 }  // namespace

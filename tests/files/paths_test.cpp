@@ -36,24 +36,20 @@ TEST(Paths, BuildPathJoinsWithExactlyOneSeparator) {
   }
 }
 
+// clang-format off
 TEST(Paths, CanonicalizePathResolvesDotsWithinTheRoot) {
   const Unary cases[] = {
-      {u"/x/y/../b.txt", u"/x/b.txt"},
-      {u"/x/./y/./z", u"/x/y/z"},
-      {u"/x/y/..", u"/x"},
+      {u"/x/y/../b.txt", u"/x/b.txt"},  {u"/x/./y/./z", u"/x/y/z"},  {u"/x/y/..", u"/x"},
       {u"/x/y/.", u"/x/y"},
-      {u"/x/y/../", u"/x"},   // the last component was ".."
-      {u"/x/y/", u"/x/y/"},   // a trailing separator is kept
-      {u"//x///y", u"/x/y"},  // runs collapse
-      {u"/../../x", u"/x"},   // never above the root
-      {u"a/b/../c", u"a/c"},  // relative stays relative
-      {u"../a", u"a"},        // nothing to remove: dropped
-      {u"a/../../b/", u"b/"},
-      {u"a/..", u"/"},  // empty result
-      {u".", u"/"},
-      {u"", u"/"},
-      {u"/", u"/"},
-      {u"/a/...", u"/a/..."},        // only "." and ".." are special
+      {u"/x/y/../", u"/x"},    // the last component was ".."
+      {u"/x/y/", u"/x/y/"},    // a trailing separator is kept
+      {u"//x///y", u"/x/y"},   // runs collapse
+      {u"/../../x", u"/x"},    // never above the root
+      {u"a/b/../c", u"a/c"},   // relative stays relative
+      {u"../a", u"a"},         // nothing to remove: dropped
+      {u"a/../../b/", u"b/"},  {u"/", u"/"},
+      {u"a/..", u"/"},  {u".", u"/"},  {u"", u"/"},  // an empty result is the root
+      {u"/a/...", u"/a/..."},  // only "." and ".." are special
       {u"/a\\..\\b", u"/a\\..\\b"},  // "\" is a name character
   };
   for (const Unary& c : cases) {
@@ -64,18 +60,14 @@ TEST(Paths, CanonicalizePathResolvesDotsWithinTheRoot) {
 
 TEST(Paths, RelativePathToClimbsFromTheFolderToTheFile) {
   const Binary cases[] = {
-      {u"/x", u"/x/y/f.txt", u"./y/f.txt"},
-      {u"/x/y", u"/x/f.txt", u"../f.txt"},
+      {u"/x", u"/x/y/f.txt", u"./y/f.txt"},      {u"/x/y", u"/x/f.txt", u"../f.txt"},
       {u"/x/y/z", u"/x/f.txt", u"../../f.txt"},
       {u"/x/y", u"/q/f.txt", u"../../q/f.txt"},  // only the root in common
       {u"/x//y/", u"/x/y//f.txt", u"./f.txt"},   // runs and trailing ignored
-      {u"/", u"/f.txt", u"./f.txt"},
-      {u"/x", u"/x", u"./"},
-      {u"/X", u"/x/f", u"../x/f"},  // case-sensitive
-      {u"a/b", u"a/c/f", u"../c/f"},
-      {u"a", u"b/f", u""},   // relative, nothing shared
-      {u"/x", u"x/f", u""},  // absolute and relative
-      {u"x", u"/x/f", u""},
+      {u"/", u"/f.txt", u"./f.txt"},             {u"/x", u"/x", u"./"},
+      {u"/X", u"/x/f", u"../x/f"},               // case-sensitive
+      {u"a/b", u"a/c/f", u"../c/f"},             {u"a", u"b/f", u""},  // relative, nothing shared
+      {u"/x", u"x/f", u""},                      {u"x", u"/x/f", u""},  // absolute and relative
       {u"", u"", u""},
   };
   for (const Binary& c : cases) {
@@ -83,6 +75,7 @@ TEST(Paths, RelativePathToClimbsFromTheFolderToTheFile) {
     EXPECT_EQ(RelativePathTo(c.a, c.b), c.want);
   }
 }
+// clang-format on
 
 TEST(Paths, ComponentsOfAPath) {
   const struct {

