@@ -1,6 +1,6 @@
 // TypeName, VarType and the Is functions.
 
-#include "kestrel/runtime/inspect.hpp"
+#include "kestrel/runtime/type_info.hpp"
 
 #include <cstdint>
 #include <span>

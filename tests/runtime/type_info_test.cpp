@@ -1,4 +1,4 @@
-#include "kestrel/runtime/inspect.hpp"
+#include "kestrel/runtime/type_info.hpp"
 
 #include <gtest/gtest.h>
 
@@ -29,7 +29,7 @@ class Probe : public Object {
   int32_t error_;
 };
 
-TEST(Inspect, TypeNameAndVarType) {
+TEST(TypeInfo, TypeNameAndVarType) {
   struct Case {
     Value value;
     std::u16string_view name;
@@ -63,7 +63,7 @@ TEST(Inspect, TypeNameAndVarType) {
                 errors::kDivisionByZero);
 }
 
-TEST(Inspect, IsFunctionsFollowTheKindOnly) {
+TEST(TypeInfo, IsFunctionsFollowTheKindOnly) {
   EXPECT_TRUE(IsArray(Value::UnallocatedArray(Kind::kVariant)));
   EXPECT_FALSE(IsEmpty(Value(u"")));
   EXPECT_FALSE(IsNull(Value()));
