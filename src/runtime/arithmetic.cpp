@@ -17,6 +17,7 @@
 #include <string>
 #include <string_view>
 
+#include "detail/significant_digits.hpp"
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/runtime/convert.hpp"
 
@@ -224,18 +225,10 @@ Float RoundDecimal(Float value, int32_t decimals, int significant) {
   // A whole number has nothing to round, and reading one of 16 or more
   // digits through 15 would change it.
   if (std::trunc(value) == value || !std::isfinite(value)) return value;
-  char text[48];  // "d.dddddddddddddde-308"
-  const auto written = std::to_chars(text, text + sizeof text, std::fabs(value),
-                                     std::chars_format::scientific, significant - 1);
-  char digits[24];
-  int count = 0;
-  const char* p = text;
-  for (; *p != 'e'; ++p) {
-    if (*p != '.') digits[count++] = *p;
-  }
-  int exponent = 0;
-  std::from_chars(p + 1 + (p[1] == '+'), written.ptr, exponent);
-  while (count > 1 && digits[count - 1] == '0') --count;
+  detail::Digits written = detail::RoundToDigits(std::fabs(value), significant);
+  char* digits = written.digits;
+  const int count = written.count;
+  int exponent = written.exponent;
 
   // digits[i] stands for 10^(exponent - i); the last one kept is `last`.
   // With nothing beyond it the written digits are the result as they stand,

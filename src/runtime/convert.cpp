@@ -7,6 +7,7 @@
 #include <string>
 #include <system_error>
 
+#include "detail/significant_digits.hpp"
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/runtime/dates.hpp"
 
@@ -247,39 +248,8 @@ ParsedNumber ParseForConversion(std::u16string_view text) {
 // ---------------------------------------------------------------------------
 // Number to text
 
-// The significant digits of a finite, non-zero number rounded to `precision`
-// digits, without trailing zeros, and its decimal exponent.
-struct Digits {
-  char digits[24];
-  int count = 0;
-  int exponent = 0;
-  bool negative = false;
-};
-
-template <class Float>
-Digits RoundToDigits(Float value, int precision) {
-  // "-d.ddddde+ddd": the library rounds the exact binary value correctly.
-  char buffer[48];
-  auto result = std::to_chars(buffer, buffer + sizeof(buffer), value,
-                              std::chars_format::scientific, precision - 1);
-  Digits d;
-  const char* p = buffer;
-  if (*p == '-') {
-    d.negative = true;
-    ++p;
-  }
-  for (; p < result.ptr && *p != 'e'; ++p) {
-    if (*p != '.') d.digits[d.count++] = *p;
-  }
-  ++p;  // 'e'
-  bool negative_exponent = *p == '-';
-  ++p;
-  int exponent = 0;
-  for (; p < result.ptr; ++p) exponent = exponent * 10 + (*p - '0');
-  d.exponent = negative_exponent ? -exponent : exponent;
-  while (d.count > 1 && d.digits[d.count - 1] == '0') --d.count;
-  return d;
-}
+using detail::Digits;
+using detail::RoundToDigits;
 
 // Writes the text form of `value` with `precision` significant digits into
 // `out` (at least 48 units) and returns its length. The Str form puts a

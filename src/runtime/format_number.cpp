@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "detail/format.hpp"
+#include "detail/significant_digits.hpp"
 
 namespace kestrel::runtime::detail {
 namespace {
@@ -30,24 +31,16 @@ void TrimTrailingZeros(DecimalNumber& number) {
   }
 }
 
-// Reads the library's "-d.ddde+xx" text of a float.
-DecimalNumber FromScientificText(const char* begin, const char* end) {
+// The decimal that the runtime reads a float as: its first `precision`
+// significant digits.
+template <class Float>
+DecimalNumber FromSignificantDigits(Float value, int precision) {
+  if (value == 0 || !std::isfinite(value)) return {};
+  const Digits d = RoundToDigits(value, precision);
   DecimalNumber number;
-  const char* p = begin;
-  if (*p == '-') {
-    number.negative = true;
-    ++p;
-  }
-  for (; p < end && *p != 'e'; ++p) {
-    if (*p != '.') number.digits += *p;
-  }
-  int exponent = 0;
-  if (p < end) {
-    ++p;
-    if (p < end && *p == '+') ++p;
-    std::from_chars(p, end, exponent);
-  }
-  number.point = exponent + 1;
+  number.negative = d.negative;
+  number.digits.assign(d.digits, static_cast<size_t>(d.count));
+  number.point = d.exponent + 1;
   TrimTrailingZeros(number);
   return number;
 }
@@ -293,19 +286,11 @@ std::u16string Render(const Section& s, const DecimalNumber& n, int64_t exponent
 }  // namespace
 
 DecimalNumber DecimalFromDouble(double value) {
-  if (value == 0 || !std::isfinite(value)) return {};
-  char buffer[40];
-  const auto r =
-      std::to_chars(buffer, buffer + sizeof(buffer), value, std::chars_format::scientific, 14);
-  return FromScientificText(buffer, r.ptr);
+  return FromSignificantDigits(value, 15);
 }
 
 DecimalNumber DecimalFromSingle(float value) {
-  if (value == 0 || !std::isfinite(value)) return {};
-  char buffer[32];
-  const auto r =
-      std::to_chars(buffer, buffer + sizeof(buffer), value, std::chars_format::scientific, 6);
-  return FromScientificText(buffer, r.ptr);
+  return FromSignificantDigits(value, 7);
 }
 
 DecimalNumber DecimalFromInteger(int64_t value) {
