@@ -17,6 +17,8 @@ using rijndael::kKeyBytes;
 
 // Length prefix of the frame.
 constexpr int64_t kPrefixBytes = 4;
+// Ciphertext deciphered per step by DecryptData (a multiple of the block).
+constexpr size_t kChunkBytes = size_t{64} << 10;
 
 Value NoElements() {
   return Value::NewArray(Kind::kByte, {Bounds{0, -1}});
@@ -40,7 +42,7 @@ std::span<const uint8_t> FromIndexZero(const Value& v) {
 void BuildKey(const Value& password, uint8_t (&key)[kKeyBytes]) {
   std::memset(key, 0, kKeyBytes);
   const std::span<const uint8_t> bytes = FromIndexZero(password);
-  std::memcpy(key, bytes.data(), std::min(bytes.size(), kKeyBytes));
+  if (!bytes.empty()) std::memcpy(key, bytes.data(), std::min(bytes.size(), kKeyBytes));
 }
 
 // Wipes a key when it goes out of scope, whichever way that happens.
@@ -91,16 +93,33 @@ Value Crypto::DecryptData(const Value& cipher_text, const Value& password) {
   // No frame at all has no length to read.
   if (count <= 0) RaiseStandard(errors::kSubscriptOutOfRange);
 
-  std::vector<uint8_t> frame(in.begin(), in.begin() + count);
-  rijndael::Selected().decrypt(key.bytes, frame.data(), frame.data(), frame.size() / kBlockBytes);
+  // The frame is deciphered a chunk at a time into a small buffer and the
+  // message bytes copied straight into the result: no frame-sized copy.
+  const auto total = static_cast<size_t>(count);
+  const rijndael::Implementation& cipher = rijndael::Selected();
+  std::vector<uint8_t> buffer(std::min(total, kChunkBytes));
+  cipher.decrypt(key.bytes, in.data(), buffer.data(), buffer.size() / kBlockBytes);
   uint32_t prefix = 0;
-  for (int i = 0; i < kPrefixBytes; ++i) prefix |= uint32_t{frame[i]} << (8 * i);
+  for (int i = 0; i < kPrefixBytes; ++i) prefix |= uint32_t{buffer[i]} << (8 * i);
   const auto length = static_cast<int64_t>(static_cast<int32_t>(prefix));
-  Value result = (length < 0 || length > count - kPrefixBytes)
-                     ? NoElements()
-                     : Value::ByteArray(std::span<const uint8_t>(frame.data() + kPrefixBytes,
-                                                                 static_cast<size_t>(length)));
-  explicit_bzero(frame.data(), frame.size());
+  if (length < 0 || length > count - kPrefixBytes) {
+    explicit_bzero(buffer.data(), buffer.size());
+    return NoElements();
+  }
+  Value result = Value::NewArray(Kind::kByte, {Bounds{0, static_cast<int32_t>(length) - 1}});
+  const std::span<uint8_t> out = result.MutableBytes();
+  const auto end = static_cast<size_t>(length + kPrefixBytes);
+  for (size_t offset = 0; offset < end; offset += buffer.size()) {
+    const size_t size = std::min(buffer.size(), total - offset);
+    if (offset > 0)
+      cipher.decrypt(key.bytes, in.data() + offset, buffer.data(), size / kBlockBytes);
+    // Frame bytes [offset, offset + size) that hold message bytes.
+    const size_t from = std::max(offset, size_t{kPrefixBytes});
+    const size_t to = std::min(offset + size, end);
+    if (from < to)
+      std::memcpy(out.data() + (from - kPrefixBytes), buffer.data() + (from - offset), to - from);
+  }
+  explicit_bzero(buffer.data(), buffer.size());
   return result;
 }
 

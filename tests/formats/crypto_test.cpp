@@ -128,6 +128,13 @@ TEST(Crypto, RoundTripsThroughEncryptAndDecrypt) {
     EXPECT_EQ(Of(m), message);  // arguments never change
     EXPECT_EQ(Of(p), password);
   }
+  // Frames of exactly one 64 KiB step, one block over it, and several steps.
+  for (const size_t length : {65532, 65533, 200000}) {
+    Bytes message(length);
+    for (uint8_t& b : message) b = uint8_t(random());
+    const Value sealed = crypto.EncryptData(Value::ByteArray(message), Text("pw"));
+    EXPECT_EQ(Of(crypto.DecryptData(sealed, Text("pw"))), message) << length;
+  }
 }
 
 TEST(Crypto, KeyIsFirst32PasswordBytesAndBlocksAreNotChained) {
