@@ -29,7 +29,7 @@ void RequireByteArray(const Value& v) {
   if (!v.IsArray() || v.kind() != Kind::kByte) RaiseStandard(errors::kTypeMismatch);
 }
 
-// Element `index` onward of a one-dimensional array read from index 0: a
+// Elements 0 onward of a one-dimensional array, as read from index 0 up: a
 // lower bound above 0 has no element 0.
 std::span<const uint8_t> FromIndexZero(const Value& v) {
   if (v.Dimensions() != 1 || v.LBound() > 0) RaiseStandard(errors::kSubscriptOutOfRange);

@@ -44,7 +44,7 @@ bool HasNoElements(const Value& v) {
          v.UBound() == -1;
 }
 
-// The frame as the cipher sees it, recovered with the selected
+// The frame as the cipher sees it, recovered with the portable
 // implementation and the zero-padded key.
 Bytes OpenFrame(const Value& cipher_text, std::string_view password) {
   uint8_t key[rijndael::kKeyBytes] = {};
