@@ -236,8 +236,8 @@ int main() {
     Show("UBound(Crypto.EncryptData(26-byte text, password)) + 1", Value(sealed.UBound() + 1));
     const Value opened = crypto->DecryptData(sealed, bytes(password));
     Show("Crypto.DecryptData(..., password)",
-         Value(FromUtf8({reinterpret_cast<const char*>(opened.Bytes().data()),
-                         opened.Bytes().size()})));
+         Value(FromUtf8(
+             {reinterpret_cast<const char*>(opened.Bytes().data()), opened.Bytes().size()})));
     Show("UBound(Crypto.DecryptData(..., \"wrong\"))",
          Value(crypto->DecryptData(sealed, bytes("wrong")).UBound()));
   }
