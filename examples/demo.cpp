@@ -11,6 +11,7 @@
 #include "kestrel/diagnostics/tracer.hpp"
 #include "kestrel/files/file_system.hpp"
 #include "kestrel/files/ini_file.hpp"
+#include "kestrel/formats/crypto.hpp"
 #include "kestrel/formats/md5_hash.hpp"
 #include "kestrel/frame/unicode.hpp"
 #include "kestrel/frame/value.hpp"
@@ -209,7 +210,7 @@ int main() {
     std::filesystem::remove(profile_path);
   }
 
-  Section("Text, lists, digests and GUIDs");
+  Section("Text, lists, digests, GUIDs and encryption");
   Show("ListMember(\"a, b ,c\", 2)", Value(utilities::ListMember(u"a, b ,c", 2)));
   Show("BuildString(\"{0} of {1}\", 3, 7)",
        Value(utilities::BuildString(Value(u"{0} of {1}"), {Value(3), Value(7)})));
@@ -223,6 +224,23 @@ int main() {
          Value(hasher->HashFile(std::filesystem::read_symlink("/proc/self/exe").string())));
   }
   Show("GUIDGenerator.GenerateGUID", Value(GlobalInstance<GUIDGenerator>().GenerateGUID()));
+  {
+    // A 4-byte length, the text and zero padding, enciphered 32 bytes at a time.
+    const std::string text = "Meet me at the usual place";
+    const std::string password = "correct horse battery staple";
+    auto bytes = [](const std::string& s) {
+      return Value::ByteArray({reinterpret_cast<const uint8_t*>(s.data()), s.size()});
+    };
+    auto crypto = MakeRef<Crypto>();
+    const Value sealed = crypto->EncryptData(bytes(text), bytes(password));
+    Show("UBound(Crypto.EncryptData(26-byte text, password)) + 1", Value(sealed.UBound() + 1));
+    const Value opened = crypto->DecryptData(sealed, bytes(password));
+    Show("Crypto.DecryptData(..., password)",
+         Value(FromUtf8(
+             {reinterpret_cast<const char*>(opened.Bytes().data()), opened.Bytes().size()})));
+    Show("UBound(Crypto.DecryptData(..., \"wrong\"))",
+         Value(crypto->DecryptData(sealed, bytes("wrong")).UBound()));
+  }
 
   Section("Files, paths and INI settings");
   {
