@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "detail/key_folding.hpp"
+#include "detail/nested_release.hpp"
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/runtime/convert.hpp"
 #include "kestrel/runtime/registry.hpp"
@@ -32,6 +33,14 @@ bool IsPositionKind(const Value& v) noexcept {
 }  // namespace
 
 KESTREL_REGISTER_CLASS(Collection, Collection::kQualifiedName, Instancing::kCreatable);
+
+Collection::~Collection() {
+  // Nested containers are released one after another, not one inside
+  // another, however deep the tree.
+  detail::NestedRelease release;
+  for (Value& item : items_) release.Take(item);
+  items_.clear();
+}
 
 void Collection::Add(Value item, const Value& key, const Value& before, const Value& after) {
   // The key is checked before the position: a bad key fails the same way

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "detail/key_folding.hpp"
+#include "detail/nested_release.hpp"
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/runtime/convert.hpp"
 #include "kestrel/runtime/registry.hpp"
@@ -197,7 +198,17 @@ KESTREL_REGISTER_CLASS(Dictionary, Dictionary::kQualifiedName, Instancing::kCrea
 
 Dictionary::Dictionary() : impl_(std::make_shared<Impl>()) {}
 
-Dictionary::~Dictionary() = default;
+Dictionary::~Dictionary() {
+  // A live enumerator keeps the entries; otherwise nested containers are
+  // released one after another rather than one inside another.
+  if (impl_.use_count() != 1) return;
+  detail::NestedRelease release;
+  for (Impl::Entry& e : impl_->entries) {
+    release.Take(e.key);
+    release.Take(e.item);
+  }
+  impl_.reset();
+}
 
 void Dictionary::Add(const Value& key, Value item) {
   KeyId id = MakeKeyId(key, KeyMode());
