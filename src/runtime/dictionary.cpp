@@ -211,9 +211,17 @@ Dictionary::~Dictionary() {
 }
 
 void Dictionary::Add(const Value& key, Value item) {
-  KeyId id = MakeKeyId(key, KeyMode());
-  if (impl_->index.contains(id)) RaiseStandard(errors::kDuplicateKey);
-  impl_->Append(std::move(id), key, std::move(item));
+  // One hash and one probe: the key goes into the index first and comes out
+  // again when the entry cannot be stored.
+  auto [slot, added] = impl_->index.emplace(MakeKeyId(key, KeyMode()), impl_->entries.size());
+  if (!added) RaiseStandard(errors::kDuplicateKey);
+  try {
+    impl_->entries.push_back(Impl::Entry{key, std::move(item), &*slot, impl_->next_sequence});
+  } catch (...) {
+    impl_->index.erase(slot);
+    throw;
+  }
+  ++impl_->next_sequence;
 }
 
 Value Dictionary::Item(const Value& key) {
