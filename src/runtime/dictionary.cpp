@@ -31,15 +31,19 @@ enum class KeyTag : uint8_t {
 struct KeyId {
   KeyTag tag = KeyTag::kEmpty;
   uint64_t bits = 0;
-  std::u16string text;
+  // A String: the key itself (sharing its text) or, when folding changes
+  // it, its case folding. Empty for every other tag.
+  Value text;
 
-  friend bool operator==(const KeyId&, const KeyId&) = default;
+  friend bool operator==(const KeyId& a, const KeyId& b) noexcept {
+    return a.tag == b.tag && a.bits == b.bits && a.text.string() == b.text.string();
+  }
 };
 
 struct KeyIdHash {
   size_t operator()(const KeyId& k) const noexcept {
     uint64_t h = k.bits ^ (static_cast<uint64_t>(k.tag) << 56);
-    if (k.tag == KeyTag::kText) h ^= std::hash<std::u16string_view>()(k.text);
+    if (k.tag == KeyTag::kText) h ^= std::hash<std::u16string_view>()(k.text.string());
     // splitmix64 finaliser: consecutive integers and pointers spread evenly.
     h += 0x9e3779b97f4a7c15ULL;
     h = (h ^ (h >> 30)) * 0xbf58476d1ce4e5b9ULL;
@@ -86,11 +90,17 @@ KeyId MakeKeyId(const Value& key, CompareMethod mode) {
       return NumberKey(key.dbl());
     case Kind::kDate:
       return NumberKey(key.date());
-    case Kind::kString:
-      // Database mode compares as text mode does.
-      return {KeyTag::kText, 0,
-              mode == CompareMethod::kBinary ? std::u16string(key.string())
-                                             : detail::FoldKeyCase(key.string())};
+    case Kind::kString: {
+      // Database mode compares as text mode does. Keys that folding leaves
+      // as they are (binary mode, or ASCII without capitals) share the key's
+      // text instead of holding a copy.
+      const std::u16string_view text = key.string();
+      const bool unchanged =
+          mode == CompareMethod::kBinary || std::all_of(text.begin(), text.end(), [](char16_t c) {
+            return c < 0x80 && (c < u'A' || c > u'Z');
+          });
+      return {KeyTag::kText, 0, unchanged ? key : Value(detail::FoldKeyCase(text))};
+    }
     case Kind::kObject:
       return {KeyTag::kObject, reinterpret_cast<uintptr_t>(key.object()), {}};
     default:
