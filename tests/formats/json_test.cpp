@@ -139,12 +139,14 @@ TEST(JSON, CompareModeAndLargeIntegersShapeTheTree) {
   const struct {
     int32_t mode;
     bool large;
-    std::u16string_view text, tree;
+    std::u16string_view text, tree, errors;
   } kCases[] = {
-      {0, false, u"{\"A\":1,\"a\":2}", u"{A:1,a:2}"},
+      {0, false, u"{\"A\":1,\"a\":2}", u"{A:1,a:2}", u""},
+      {-2, false, u"{\"x\":{\"a\":1,\"b\":2},\"y\":{}}", u"{x:{a:1}}",
+       u"Invalid procedure call or argument: a\r\nInvalid procedure call or argument: x\r\n"},
       {1, true, u"[2147483648, -9223372036854775808, 12]",
-       u"[ll2147483648,ll-9223372036854775808,12]"},
-      {1, true, u"[9223372036854775808]", u"[]"},
+       u"[ll2147483648,ll-9223372036854775808,12]", u""},
+      {1, true, u"[9223372036854775808]", u"[]", u"Overflow: ]\r\n"},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(ToUtf8(c.text));
@@ -153,6 +155,7 @@ TEST(JSON, CompareModeAndLargeIntegersShapeTheTree) {
     json.SetLargeIntegers(c.large);
     json.Parse(c.text);
     EXPECT_EQ(ToUtf8(Render(json.JSONObject())), ToUtf8(c.tree));
+    EXPECT_EQ(ToUtf8(json.ParseError()), ToUtf8(c.errors));
     if (c.mode == 0) {
       EXPECT_EQ(dynamic_cast<Dictionary&>(*json.JSONObject().object()).CompareMode(), 0);
     }

@@ -26,6 +26,9 @@
 //   - "\u" not followed by four hexadecimal digits is an unknown escape:
 //     the backslash is dropped and "u" is kept. A "\u" escape always gives
 //     exactly one code unit, so a lone surrogate stays a lone surrogate.
+//   - A CompareMode that Dictionary refuses (below -1) fails every object
+//     as the runtime's reader does, with the failure pending: the object
+//     ends after its first member, reported with that member's key.
 //   - LargeIntegers (default False) is an extension: when True, an integer
 //     outside the Long range becomes a LongLong instead of failing its
 //     container (outside the LongLong range it still overflows).
