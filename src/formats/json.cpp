@@ -112,6 +112,16 @@ class Reader {
   // comment starts a line comment, and any character after a "*" inside a
   // block comment spoils the following "*/".
   void Skip() noexcept {
+    // Blanks and line ends leave all flags off, so runs of them need no
+    // state; only a character that can start a comment needs the machine.
+    while (pos_ < n_ &&
+           (s_[pos_] == u' ' || s_[pos_] == u'\n' || s_[pos_] == u'\r' || s_[pos_] == u'\t')) {
+      ++pos_;
+    }
+    if (pos_ >= n_ ||
+        (s_[pos_] != u'/' && s_[pos_] != u'*' && s_[pos_] != u'(' && s_[pos_] != u')')) {
+      return;
+    }
     bool mark = false, in_comment = false, in_block = false;
     for (; pos_ < n_; ++pos_) {
       switch (s_[pos_]) {
