@@ -1,7 +1,8 @@
 // Prints, after the usual table, how Kestrel compares with the library a
 // user would pick instead. Benchmarks come in pairs named
-// "<Case>/kestrel" and "<Case>/<baseline>"; the ratio is Kestrel's time over
-// the baseline's (below 1.0: Kestrel is faster).
+// "<Case>/kestrel" and "<Case>/<baseline>", with any number of baselines per
+// case; the ratio is Kestrel's time over the baseline's (below 1.0: Kestrel
+// is faster). With repetitions the median decides.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -18,17 +19,21 @@ class RatioReporter : public benchmark::ConsoleReporter {
   void ReportRuns(const std::vector<Run>& runs) override {
     ConsoleReporter::ReportRuns(runs);
     for (const Run& run : runs) {
-      if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
-      std::string name = run.benchmark_name();
+      if (run.error_occurred) continue;
+      // A median, when there is one, replaces the single runs it sums up.
+      const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+      if (run.run_type != Run::RT_Iteration && !median) continue;
+      std::string name = run.run_name.str();
+      if (!run.run_name.repetitions.empty())
+        name.erase(name.size() - run.run_name.repetitions.size() - 1);
       size_t slash = name.rfind('/');
       if (slash == std::string::npos) continue;
-      Pair& p = pairs_[name.substr(0, slash)];
+      Case& c = cases_[name.substr(0, slash)];
       std::string side = name.substr(slash + 1);
       if (side == "kestrel") {
-        p.kestrel = run.GetAdjustedRealTime();
+        c.kestrel = run.GetAdjustedRealTime();
       } else {
-        p.baseline = run.GetAdjustedRealTime();
-        p.baseline_name = side;
+        c.baselines[side] = run.GetAdjustedRealTime();
       }
     }
   }
@@ -36,20 +41,21 @@ class RatioReporter : public benchmark::ConsoleReporter {
   void Finalize() override {
     ConsoleReporter::Finalize();
     std::printf("\n%-44s %-18s %10s\n", "case", "baseline", "ratio");
-    for (const auto& [name, p] : pairs_) {
-      if (p.kestrel <= 0 || p.baseline <= 0) continue;
-      std::printf("%-44s %-18s %10.3g\n", name.c_str(), p.baseline_name.c_str(),
-                  p.kestrel / p.baseline);
+    for (const auto& [name, c] : cases_) {
+      if (c.kestrel <= 0) continue;
+      for (const auto& [baseline, time] : c.baselines) {
+        if (time <= 0) continue;
+        std::printf("%-44s %-18s %10.3g\n", name.c_str(), baseline.c_str(), c.kestrel / time);
+      }
     }
   }
 
  private:
-  struct Pair {
+  struct Case {
     double kestrel = 0;
-    double baseline = 0;
-    std::string baseline_name;
+    std::map<std::string, double> baselines;
   };
-  std::map<std::string, Pair> pairs_;
+  std::map<std::string, Case> cases_;
 };
 
 inline int RunWithRatios(int argc, char** argv) {
@@ -63,5 +69,7 @@ inline int RunWithRatios(int argc, char** argv) {
 
 }  // namespace kestrel::bench
 
-#define KESTREL_BENCHMARK_MAIN() \
-  int main(int argc, char** argv) { return ::kestrel::bench::RunWithRatios(argc, argv); }
+#define KESTREL_BENCHMARK_MAIN()                        \
+  int main(int argc, char** argv) {                     \
+    return ::kestrel::bench::RunWithRatios(argc, argv); \
+  }

@@ -12,6 +12,7 @@
 #include "kestrel/files/file_system.hpp"
 #include "kestrel/files/ini_file.hpp"
 #include "kestrel/formats/crypto.hpp"
+#include "kestrel/formats/json.hpp"
 #include "kestrel/formats/md5_hash.hpp"
 #include "kestrel/frame/unicode.hpp"
 #include "kestrel/frame/value.hpp"
@@ -267,6 +268,27 @@ int main() {
     Show("Join(GetSections(), \",\")", Value(runtime::Join(ini->GetSections(), u",")));
     std::printf("  the file:\n%s", ToUtf8(fs.ReadFile(path)).c_str());
     fs.DeleteFolder(fs.ParentFolderName(folder));
+  }
+
+  Section("JSON: a lenient reader into Dictionaries and Collections");
+  {
+    Ref<Object> json = CreateObject(u"Kestrel.JSON");
+    const Value document(
+        u"// settings, with comments\n"
+        u"{ name: 'Kestrel', /* unquoted keys, single quotes */\n"
+        u"  \"servers\": [ {host: 'a.example.org', port: 8080}, {host: 'b', port: 8081} ] }");
+    Show("Parse(document)", CallByName(json, u"Parse", CallKind::kMethod, {document}));
+    Value root = CallByName(json, u"JSONObject", CallKind::kGet);
+    // Walked by name, as a script would: root("servers")(2)("PORT").
+    Value servers = CallByName(root.object(), u"Item", CallKind::kGet, {Value(u"servers")});
+    Value second = CallByName(servers.object(), u"Item", CallKind::kGet, {Value(2)});
+    Show("root(\"Name\")", CallByName(root.object(), u"Item", CallKind::kGet, {Value(u"Name")}));
+    Show("servers.Count", CallByName(servers.object(), u"Count", CallKind::kGet));
+    Show("servers(2)(\"PORT\")", CallByName(second.object(), u"Item", CallKind::kGet, {Value(u"PORT")}));
+    Show("Parse(\"{\"a\":tru, \"a\":1}\")",
+         CallByName(json, u"Parse", CallKind::kMethod, {Value(u"{\"a\":tru, \"a\":1}")}));
+    std::printf("  ParseError:\n%s",
+                ToUtf8(CallByName(json, u"ParseError", CallKind::kGet).string()).c_str());
   }
 
   Section("Late binding and the Error class");

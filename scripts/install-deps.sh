@@ -8,6 +8,7 @@ packages=(
   cmake ninja-build g++ clang libclang-rt-14-dev pkg-config
   libicu-dev libssl-dev uuid-dev
   libgtest-dev libgmock-dev libbenchmark-dev libspdlog-dev
+  nlohmann-json3-dev rapidjson-dev libsimdjson-dev
   python3
 )
 

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "detail/key_folding.hpp"
+#include "detail/nested_release.hpp"
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/runtime/convert.hpp"
 #include "kestrel/runtime/registry.hpp"
@@ -33,6 +34,14 @@ bool IsPositionKind(const Value& v) noexcept {
 
 KESTREL_REGISTER_CLASS(Collection, Collection::kQualifiedName, Instancing::kCreatable);
 
+Collection::~Collection() {
+  // Nested containers are released one after another, not one inside
+  // another, however deep the tree.
+  detail::NestedRelease release;
+  for (Value& item : items_) release.Take(item);
+  items_.clear();
+}
+
 void Collection::Add(Value item, const Value& key, const Value& before, const Value& after) {
   // The key is checked before the position: a bad key fails the same way
   // wherever the item would have gone.
@@ -54,16 +63,22 @@ void Collection::Add(Value item, const Value& key, const Value& before, const Va
 
   // Only allocation can fail from here on; undo the key on failure so the
   // index never names an item that is not there.
+  // slots_ stays empty until the first key, so a plain list costs one
+  // vector.
+  const bool tracked = keyed || !slots_.empty();
+  if (keyed && slots_.empty()) slots_.assign(items_.size(), nullptr);
   KeyIndex::iterator slot = index_.end();
   if (keyed) slot = index_.emplace(std::move(folded), position).first;
   try {
     items_.insert(items_.begin() + static_cast<std::ptrdiff_t>(position), std::move(item));
-    try {
-      slots_.insert(slots_.begin() + static_cast<std::ptrdiff_t>(position),
-                    keyed ? &*slot : nullptr);
-    } catch (...) {
-      items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(position));
-      throw;
+    if (tracked) {
+      try {
+        slots_.insert(slots_.begin() + static_cast<std::ptrdiff_t>(position),
+                      keyed ? &*slot : nullptr);
+      } catch (...) {
+        items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(position));
+        throw;
+      }
     }
   } catch (...) {
     if (keyed) index_.erase(slot);
@@ -78,9 +93,11 @@ Value Collection::Item(const Value& index) const {
 
 void Collection::Remove(const Value& index) {
   const size_t position = PositionOf(index);
-  if (KeyIndex::value_type* slot = slots_[position]) index_.erase(index_.find(slot->first));
+  if (!slots_.empty()) {
+    if (KeyIndex::value_type* slot = slots_[position]) index_.erase(index_.find(slot->first));
+    slots_.erase(slots_.begin() + static_cast<std::ptrdiff_t>(position));
+  }
   items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(position));
-  slots_.erase(slots_.begin() + static_cast<std::ptrdiff_t>(position));
   Reindex(position);
 }
 

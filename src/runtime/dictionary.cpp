@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "detail/key_folding.hpp"
+#include "detail/nested_release.hpp"
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/runtime/convert.hpp"
 #include "kestrel/runtime/registry.hpp"
@@ -30,15 +31,19 @@ enum class KeyTag : uint8_t {
 struct KeyId {
   KeyTag tag = KeyTag::kEmpty;
   uint64_t bits = 0;
-  std::u16string text;
+  // A String: the key itself (sharing its text) or, when folding changes
+  // it, its case folding. Empty for every other tag.
+  Value text;
 
-  friend bool operator==(const KeyId&, const KeyId&) = default;
+  friend bool operator==(const KeyId& a, const KeyId& b) noexcept {
+    return a.tag == b.tag && a.bits == b.bits && a.text.string() == b.text.string();
+  }
 };
 
 struct KeyIdHash {
   size_t operator()(const KeyId& k) const noexcept {
     uint64_t h = k.bits ^ (static_cast<uint64_t>(k.tag) << 56);
-    if (k.tag == KeyTag::kText) h ^= std::hash<std::u16string_view>()(k.text);
+    if (k.tag == KeyTag::kText) h ^= std::hash<std::u16string_view>()(k.text.string());
     // splitmix64 finaliser: consecutive integers and pointers spread evenly.
     h += 0x9e3779b97f4a7c15ULL;
     h = (h ^ (h >> 30)) * 0xbf58476d1ce4e5b9ULL;
@@ -85,11 +90,17 @@ KeyId MakeKeyId(const Value& key, CompareMethod mode) {
       return NumberKey(key.dbl());
     case Kind::kDate:
       return NumberKey(key.date());
-    case Kind::kString:
-      // Database mode compares as text mode does.
-      return {KeyTag::kText, 0,
-              mode == CompareMethod::kBinary ? std::u16string(key.string())
-                                             : detail::FoldKeyCase(key.string())};
+    case Kind::kString: {
+      // Database mode compares as text mode does. Keys that folding leaves
+      // as they are (binary mode, or ASCII without capitals) share the key's
+      // text instead of holding a copy.
+      const std::u16string_view text = key.string();
+      const bool unchanged =
+          mode == CompareMethod::kBinary || std::all_of(text.begin(), text.end(), [](char16_t c) {
+            return c < 0x80 && (c < u'A' || c > u'Z');
+          });
+      return {KeyTag::kText, 0, unchanged ? key : Value(detail::FoldKeyCase(text))};
+    }
     case Kind::kObject:
       return {KeyTag::kObject, reinterpret_cast<uintptr_t>(key.object()), {}};
     default:
@@ -197,12 +208,30 @@ KESTREL_REGISTER_CLASS(Dictionary, Dictionary::kQualifiedName, Instancing::kCrea
 
 Dictionary::Dictionary() : impl_(std::make_shared<Impl>()) {}
 
-Dictionary::~Dictionary() = default;
+Dictionary::~Dictionary() {
+  // A live enumerator keeps the entries; otherwise nested containers are
+  // released one after another rather than one inside another.
+  if (impl_.use_count() != 1) return;
+  detail::NestedRelease release;
+  for (Impl::Entry& e : impl_->entries) {
+    release.Take(e.key);
+    release.Take(e.item);
+  }
+  impl_.reset();
+}
 
 void Dictionary::Add(const Value& key, Value item) {
-  KeyId id = MakeKeyId(key, KeyMode());
-  if (impl_->index.contains(id)) RaiseStandard(errors::kDuplicateKey);
-  impl_->Append(std::move(id), key, std::move(item));
+  // One hash and one probe: the key goes into the index first and comes out
+  // again when the entry cannot be stored.
+  auto [slot, added] = impl_->index.emplace(MakeKeyId(key, KeyMode()), impl_->entries.size());
+  if (!added) RaiseStandard(errors::kDuplicateKey);
+  try {
+    impl_->entries.push_back(Impl::Entry{key, std::move(item), &*slot, impl_->next_sequence});
+  } catch (...) {
+    impl_->index.erase(slot);
+    throw;
+  }
+  ++impl_->next_sequence;
 }
 
 Value Dictionary::Item(const Value& key) {

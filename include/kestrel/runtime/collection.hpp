@@ -33,6 +33,9 @@ class KESTREL_API Collection : public Dispatchable<Collection> {
  public:
   static constexpr std::u16string_view kQualifiedName = u"Kestrel.Collection";
 
+  Collection() = default;
+  ~Collection() override;
+
   void Add(Value item, const Value& key = Value::Missing(),
            const Value& before = Value::Missing(), const Value& after = Value::Missing());
   // A number is a position (rounded, ties to even); text is a key.

@@ -1,0 +1,52 @@
+// Releasing nested containers without nesting the calls: a Dictionary or
+// Collection that holds the last reference to another one would otherwise
+// release it from inside its own destructor, one machine-stack level per
+// level of the tree, and a parsed document can be many thousands deep.
+//
+// The outermost container being destroyed on a thread drains a queue; every
+// container destroyed while it drains only moves its object values onto
+// that queue. Values that are not objects are released in place, since
+// they cannot hold containers.
+#pragma once
+
+#include <utility>
+#include <vector>
+
+#include "kestrel/frame/value.hpp"
+
+namespace kestrel::detail {
+
+class NestedRelease {
+ public:
+  NestedRelease() noexcept : owner_(Pending() == nullptr) {
+    if (owner_) Pending() = &queue_;
+  }
+  ~NestedRelease() {
+    if (!owner_) return;
+    while (!queue_.empty()) {
+      // Released here, after leaving the queue: its own destructor may
+      // append to the queue while it runs.
+      Value last = std::move(queue_.back());
+      queue_.pop_back();
+    }
+    Pending() = nullptr;
+  }
+  NestedRelease(const NestedRelease&) = delete;
+  NestedRelease& operator=(const NestedRelease&) = delete;
+
+  // Defers the release of `value` when it is an object.
+  void Take(Value& value) {
+    if (value.IsObject() && value.object() != nullptr) Pending()->push_back(std::move(value));
+  }
+
+ private:
+  static std::vector<Value>*& Pending() noexcept {
+    static thread_local std::vector<Value>* pending = nullptr;
+    return pending;
+  }
+
+  bool owner_;
+  std::vector<Value> queue_;
+};
+
+}  // namespace kestrel::detail

@@ -1,0 +1,209 @@
+#include "kestrel/formats/json.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "kestrel/frame/unicode.hpp"
+#include "kestrel/runtime/collection.hpp"
+#include "kestrel/runtime/dictionary.hpp"
+#include "kestrel/runtime/registry.hpp"
+
+namespace kestrel {
+namespace {
+
+constexpr std::u16string_view kDuplicate =
+    u"This key is already associated with an element of this collection: ";
+
+// A tree as one line: {key:value,...} for a Dictionary, [...] for a
+// Collection, "text" (non-ASCII as \uXXXX), Long as digits, Double with a
+// "d" and LongLong with "ll" before them, true/false, null, empty.
+std::u16string Render(const Value& v) {
+  std::u16string out;
+  auto number = [&](std::u16string_view prefix, auto n) {
+    out += prefix;
+    for (char c : std::to_string(n)) out += char16_t(c);
+  };
+  switch (v.kind()) {
+    case Kind::kEmpty:
+      return u"empty";
+    case Kind::kNull:
+      return u"null";
+    case Kind::kBoolean:
+      return v.boolean() ? u"true" : u"false";
+    case Kind::kLong:
+      number(u"", v.long_value());
+      return out;
+    case Kind::kLongLong:
+      number(u"ll", v.long_long());
+      return out;
+    case Kind::kDouble: {
+      std::string text = std::to_string(v.dbl());
+      text.erase(text.find_last_not_of('0') + 1);
+      if (text.back() == '.') text.pop_back();
+      out = u"d" + FromUtf8(text);
+      return out;
+    }
+    case Kind::kString:
+      out = u"\"";
+      for (char16_t c : v.string()) {
+        if (c < 0x80) {
+          out += c;
+        } else {
+          char hex[8];
+          std::snprintf(hex, sizeof(hex), "\\u%04X", unsigned(c));
+          out += FromUtf8(hex);
+        }
+      }
+      return out + u"\"";
+    case Kind::kObject:
+      if (auto* d = dynamic_cast<Dictionary*>(v.object())) {
+        Value keys = d->Keys(), items = d->Items();
+        out = u"{";
+        for (int32_t i = 0; i < d->Count(); ++i) {
+          if (i > 0) out += u",";
+          out += keys.GetElement({i}).string();
+          out += u":" + Render(items.GetElement({i}));
+        }
+        return out + u"}";
+      }
+      if (auto* c = dynamic_cast<Collection*>(v.object())) {
+        out = u"[";
+        for (const Value& item : *c) out += (out.size() > 1 ? u"," : u"") + Render(item);
+        return out + u"]";
+      }
+      return u"nothing";
+    default:
+      return u"?";
+  }
+}
+
+TEST(JSON, TreesAndErrorLines) {
+  const std::u16string dup = std::u16string(kDuplicate);
+  const struct {
+    std::u16string_view text;
+    std::u16string_view tree;
+    std::u16string errors;
+  } kCases[] = {
+      {u"  {}", u"{}", u""},
+      {u"1", u"nothing", u"Invalid JSON"},
+      {u"", u"nothing", u"Invalid JSON"},
+      {u"{} trailing text is never read", u"{}", u""},
+      {u"([1])", u"[1]", u""},
+      {u"{\"a\":1 \"b\":2}", u"{a:1,b:2}", u""},
+      {u"[,1,2]", u"[1,2]", u""},
+      {u"[1.5, 2, -3e2, 1E2, -0]", u"[d1.5,2,d-300,d100,0]", u""},
+      {u"[2147483647, -2147483648, 0.1e1]", u"[2147483647,-2147483648,d1]", u""},
+      {u"[true,false,null,'x']", u"[true,false,null,\"x\"]", u""},
+      // Keys: unquoted, either quote, blanks dropped, ":" kept inside quotes.
+      {u"{a:1, 'b':2, \"c d\" :3, \"e:f\":4, :5}", u"{a:1,b:2,cd:3,e:f:4,:5}", u""},
+      {u"{\"a\" 1}", u"{a:1}", u"Invalid Key at position 6 : a\r\n"},
+      // Strings: the other quote is text; escapes.
+      {u"[\"it's\", 'say \"hi\"']", u"[\"it's\",\"say \"hi\"\"]", u""},
+      {u"['\\\"\\\\\\/\\'\\b\\f\\n\\r\\t']", u"[\"\"\\/'\b\f\n\r\t\"]", u""},
+      {u"[\"\\u0041\\q\\u12\", \"\\uD800\"]", u"[\"Aqu12\",\"\\uD800\"]", u""},
+      {u"[\"abc", u"[\"abc\"]", u"Unexpected end of text at position 6\r\n"},
+      // Skipping: comments, lone "/" and "*", and their odd consequences.
+      {u"// c\n{/* b */ a : 1 // x\n}", u"{a:1}", u""},
+      {u"[1,/2 * ,3]", u"[1,2,3]", u""},
+      {u"[1 */ 2\n,3]", u"[1,3]", u""},
+      {u"[1 // a / 2\n]", u"[1,2]", u""},
+      {u"[1 /* a*b */ ,2\n]", u"[1]", u"Unexpected end of text at position 18\r\n"},
+      // Syntax problems append a line and reading goes on.
+      {u"{\"a\":tru}", u"{a:false,tru}:empty,:empty}",
+       u"Invalid Boolean at position 6 : tru}\r\n" + dup + u"\r\n"},
+      {u"[nul]", u"[empty]", u"Invalid null value at position 2 : nul]\r\n"},
+      // Runtime failures end the container they happen in, only that one.
+      {u"{\"A\":1,\"a\":2}", u"{A:1}", dup + u"a\r\n"},
+      {u"{\"a\":{\"b\":1,\"b\":2},\"c\":3}", u"{a:{b:1}}", dup + u"b\r\n"},
+      {u"[1-2, 3]", u"[]", u"Type mismatch: , 3]\r\n"},
+      {u"[1,,2]", u"[1]", u"Type mismatch: ,2]\r\n"},
+      {u"{\"n\":2147483648,\"m\":1}", u"{}", u"Overflow: n\r\n"},
+      {u"[[1e999],2]", u"[[]]", u"Overflow: ],2]\r\n"},
+      // The end of the text inside an array ends every container there.
+      {u"[1,", u"[1]", u"Unexpected end of text at position 4\r\n"},
+      {u"[1", u"[empty]", u"Unexpected end of text at position 3\r\n"},
+      {u"{\"a\":[[", u"{a:[[]]}", u"Unexpected end of text at position 8\r\n"},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(ToUtf8(c.text));
+    JSON json;
+    EXPECT_EQ(json.Parse(c.text), c.errors.empty());
+    EXPECT_EQ(ToUtf8(Render(json.JSONObject())), ToUtf8(c.tree));
+    EXPECT_EQ(ToUtf8(json.ParseError()), ToUtf8(c.errors));
+    EXPECT_EQ(json.Text(), c.text);
+  }
+}
+
+TEST(JSON, CompareModeAndLargeIntegersShapeTheTree) {
+  const struct {
+    int32_t mode;
+    bool large;
+    std::u16string_view text, tree, errors;
+  } kCases[] = {
+      {0, false, u"{\"A\":1,\"a\":2}", u"{A:1,a:2}", u""},
+      {-2, false, u"{\"x\":{\"a\":1,\"b\":2},\"y\":{}}", u"{x:{a:1}}",
+       u"Invalid procedure call or argument: a\r\nInvalid procedure call or argument: x\r\n"},
+      {1, true, u"[2147483648, -9223372036854775808, 12]",
+       u"[ll2147483648,ll-9223372036854775808,12]", u""},
+      {1, true, u"[9223372036854775808]", u"[]", u"Overflow: ]\r\n"},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(ToUtf8(c.text));
+    JSON json;
+    json.SetCompareMode(c.mode);
+    json.SetLargeIntegers(c.large);
+    json.Parse(c.text);
+    EXPECT_EQ(ToUtf8(Render(json.JSONObject())), ToUtf8(c.tree));
+    EXPECT_EQ(ToUtf8(json.ParseError()), ToUtf8(c.errors));
+    if (c.mode == 0) {
+      EXPECT_EQ(dynamic_cast<Dictionary&>(*json.JSONObject().object()).CompareMode(), 0);
+    }
+  }
+}
+
+TEST(JSON, NestingLimitAndDeepTrees) {
+  const auto nested = [](int depth) {
+    return std::u16string(size_t(depth), u'[') + std::u16string(size_t(depth), u']');
+  };
+  JSON json;
+  EXPECT_TRUE(json.Parse(nested(JSON::kMaxDepth)));
+  EXPECT_FALSE(json.Parse(nested(JSON::kMaxDepth + 1)));
+  EXPECT_EQ(ToUtf8(json.ParseError()), "Nesting deeper than 10000 levels at position 10001\r\n");
+  EXPECT_EQ(dynamic_cast<Collection&>(*json.JSONObject().object()).Count(), 1);
+
+  // Containers release a deep tree level after level, not level inside
+  // level: a chain far deeper than the machine stack allows must not crash.
+  Value root(MakeRef<Dictionary>());
+  Value tip = root;
+  for (int i = 0; i < 300000; ++i) {
+    Value next = i % 2 ? Value(MakeRef<Dictionary>()) : Value(MakeRef<Collection>());
+    if (auto* d = dynamic_cast<Dictionary*>(tip.object())) {
+      d->Add(Value(i), next);
+    } else {
+      dynamic_cast<Collection*>(tip.object())->Add(next);
+    }
+    tip = next;
+  }
+  tip = Value();
+  root = Value();
+}
+
+TEST(JSON, ClearAndMembersByName) {
+  Ref<Object> json = CreateObject(u"Kestrel.JSON");
+  auto call = [&](std::u16string_view name, CallKind kind, std::initializer_list<Value> args) {
+    return CallByName(json.get(), name, kind, args);
+  };
+  EXPECT_EQ(call(u"CompareMode", CallKind::kGet, {}).long_value(), 1);
+  EXPECT_FALSE(call(u"parse", CallKind::kMethod, {Value(u"[1,")}).boolean());
+  EXPECT_EQ(call(u"ParseError", CallKind::kGet, {}).string(),
+            u"Unexpected end of text at position 4\r\n");
+  EXPECT_TRUE(call(u"Parse", CallKind::kMethod, {Value(u"{}")}).boolean());
+  EXPECT_TRUE(call(u"JSONObject", CallKind::kGet, {}).IsObject());
+  call(u"Clear", CallKind::kMethod, {});
+  EXPECT_TRUE(call(u"JSONObject", CallKind::kGet, {}).IsNothing());
+  EXPECT_EQ(call(u"Text", CallKind::kGet, {}).string(), u"");
+}
+
+}  // namespace
+}  // namespace kestrel
