@@ -20,6 +20,24 @@ namespace kestrel::bench {
 
 inline constexpr size_t kMillion = 1'000'000;
 
+// A Byte array of 64 MiB of pseudo-random bytes, the same in every run:
+// the input of the digest and cipher benchmarks.
+inline constexpr size_t kBigByteArraySize = size_t{64} << 20;
+
+inline const Value& BigByteArray() {
+  static const Value block = [] {
+    Value v =
+        Value::NewArray(Kind::kByte, {Bounds{0, static_cast<int32_t>(kBigByteArraySize) - 1}});
+    uint32_t x = 12345;
+    for (uint8_t& b : v.MutableBytes()) {
+      x = x * 1664525u + 1013904223u;
+      b = static_cast<uint8_t>(x >> 24);
+    }
+    return v;
+  }();
+  return block;
+}
+
 inline const std::vector<double>& RandomDoubles() {
   static const std::vector<double> data = [] {
     std::mt19937_64 rng(42);

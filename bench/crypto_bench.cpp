@@ -14,32 +14,24 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <map>
 #include <string>
 #include <vector>
 
 #include "kestrel/formats/crypto.hpp"
 #include "kestrel/frame/value.hpp"
 
+#include "bench_data.hpp"
+#include "ratio_reporter.hpp"
+
 namespace {
 
-constexpr size_t kSize = size_t{64} << 20;
+constexpr size_t kSize = kestrel::bench::kBigByteArraySize;
 constexpr uint8_t kPassword[32] = {'b', 'e', 'n', 'c', 'h', ' ', 'p', 'a', 's', 's', 'w',
                                    'o', 'r', 'd', 1,   2,   3,   4,   5,   6,   7,   8,
                                    9,   10,  11,  12,  13,  14,  15,  16,  17,  18};
 
 const kestrel::Value& Message() {
-  static const kestrel::Value block = [] {
-    kestrel::Value v = kestrel::Value::NewArray(
-        kestrel::Kind::kByte, {kestrel::Bounds{0, static_cast<int32_t>(kSize) - 1}});
-    uint32_t x = 12345;
-    for (uint8_t& b : v.MutableBytes()) {
-      x = x * 1664525u + 1013904223u;
-      b = static_cast<uint8_t>(x >> 24);
-    }
-    return v;
-  }();
-  return block;
+  return kestrel::bench::BigByteArray();
 }
 
 const kestrel::Value& Password() {
@@ -109,43 +101,6 @@ BENCHMARK(DecryptKestrel)->Name("Decrypt64MiB/kestrel")->Apply(Repeated);
 BENCHMARK(DecryptOpenssl)->Name("Decrypt64MiB/openssl_aes256_ecb")->Apply(Repeated);
 BENCHMARK(OneCall)->Name("EncryptData32Bytes")->Apply(Repeated)->Unit(benchmark::kMicrosecond);
 
-// Prints the medians' ratio, Kestrel's time over OpenSSL's, after the table
-// (the repetitions' median, not the last repetition).
-class MedianRatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs) {
-      if (run.run_type != Run::RT_Aggregate || run.aggregate_name != "median") continue;
-      const std::string& name = run.run_name.function_name;
-      const size_t slash = name.rfind('/');
-      if (slash == std::string::npos) continue;
-      auto& [kestrel, baseline] = pairs_[name.substr(0, slash)];
-      (name.substr(slash + 1) == "kestrel" ? kestrel : baseline) = run.GetAdjustedRealTime();
-    }
-  }
-
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    std::printf("\n%-20s %-20s %10s %s\n", "case", "baseline", "ratio",
-                "(median time / median time)");
-    for (const auto& [name, pair] : pairs_)
-      if (pair.first > 0 && pair.second > 0)
-        std::printf("%-20s %-20s %10.3g\n", name.c_str(), "openssl_aes256_ecb",
-                    pair.first / pair.second);
-  }
-
- private:
-  std::map<std::string, std::pair<double, double>> pairs_;
-};
-
 }  // namespace
 
-int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  MedianRatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
-}
+KESTREL_BENCHMARK_MAIN();

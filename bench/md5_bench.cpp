@@ -21,21 +21,11 @@
 
 namespace {
 
-constexpr size_t kSize = size_t{64} << 20;
+constexpr size_t kSize = kestrel::bench::kBigByteArraySize;
 constexpr size_t kBlock = 16384;
 
 const kestrel::Value& Block() {
-  static const kestrel::Value block = [] {
-    kestrel::Value v = kestrel::Value::NewArray(
-        kestrel::Kind::kByte, {kestrel::Bounds{0, static_cast<int32_t>(kSize) - 1}});
-    uint32_t x = 12345;
-    for (uint8_t& b : v.MutableBytes()) {
-      x = x * 1664525u + 1013904223u;
-      b = static_cast<uint8_t>(x >> 24);
-    }
-    return v;
-  }();
-  return block;
+  return kestrel::bench::BigByteArray();
 }
 
 // The same bytes in a temporary file, removed at exit.
