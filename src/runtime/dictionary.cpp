@@ -335,16 +335,7 @@ class Dictionary::KeyEnumerator : public Dispatchable<KeyEnumerator>, public Enu
   bool Done() const noexcept { return at_end_; }
 
   static const DispatchTable<KeyEnumerator>& Dispatch() {
-    static const auto table =
-        DispatchTable<KeyEnumerator>::Builder(u"DictionaryEnumerator")
-            .Method(u"Next", 1, 1, [](KeyEnumerator& e, Args& a) { return Value(e.Next(a[0])); })
-            .Method(u"Reset", 0, 0,
-                    [](KeyEnumerator& e, Args&) {
-                      e.Reset();
-                      return Value();
-                    })
-            .Get(u"Done", [](KeyEnumerator& e, Args&) { return Value(e.Done()); })
-            .Build();
+    static const auto table = EnumeratorDispatchTable<KeyEnumerator>(u"DictionaryEnumerator");
     return table;
   }
 

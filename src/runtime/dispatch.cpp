@@ -62,17 +62,7 @@ bool ValueEnumerator::Next(Value& out) {
 }
 
 const DispatchTable<ValueEnumerator>& ValueEnumerator::Dispatch() {
-  static const auto table =
-      DispatchTable<ValueEnumerator>::Builder(u"ValueEnumerator")
-          // Next(item): writes the next item into the caller's variable.
-          .Method(u"Next", 1, 1, [](ValueEnumerator& e, Args& a) { return Value(e.Next(a[0])); })
-          .Method(u"Reset", 0, 0,
-                  [](ValueEnumerator& e, Args&) {
-                    e.Reset();
-                    return Value();
-                  })
-          .Get(u"Done", [](ValueEnumerator& e, Args&) { return Value(e.Done()); })
-          .Build();
+  static const auto table = EnumeratorDispatchTable<ValueEnumerator>(u"ValueEnumerator");
   return table;
 }
 

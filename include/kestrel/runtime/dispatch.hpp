@@ -301,6 +301,22 @@ class KESTREL_API Enumerator {
   virtual void Reset() = 0;
 };
 
+// The late-bound members every enumerator answers: Next(item) writes the
+// next item into the caller's variable and returns whether there was one;
+// Reset; Done. T needs Next(Value&), Reset() and Done().
+template <class T>
+DispatchTable<T> EnumeratorDispatchTable(std::u16string_view class_name) {
+  return typename DispatchTable<T>::Builder(class_name)
+      .Method(u"Next", 1, 1, [](T& e, Args& a) { return Value(e.Next(a[0])); })
+      .Method(u"Reset", 0, 0,
+              [](T& e, Args&) {
+                e.Reset();
+                return Value();
+              })
+      .Get(u"Done", [](T& e, Args&) { return Value(e.Done()); })
+      .Build();
+}
+
 // An enumerator over a snapshot of values, as the runtime's Collection and
 // the library's lists hand out. Dispatchable as Next, Reset, Done.
 class KESTREL_API ValueEnumerator : public Dispatchable<ValueEnumerator>, public Enumerator {
