@@ -9,7 +9,9 @@ packages=(
   libicu-dev libssl-dev uuid-dev
   libgtest-dev libgmock-dev libbenchmark-dev libspdlog-dev
   nlohmann-json3-dev rapidjson-dev libsimdjson-dev
-  python3
+  libffi-dev libcurl4-openssl-dev curl openssl
+  qt6-base-dev libgl-dev
+  python3 python3-pytest python3-aiosmtpd xdg-utils
 )
 
 missing=()
