@@ -16,6 +16,7 @@
 #include "kestrel/formats/md5_hash.hpp"
 #include "kestrel/frame/unicode.hpp"
 #include "kestrel/frame/value.hpp"
+#include "kestrel/native/call_ptr.hpp"
 #include "kestrel/runtime/arithmetic.hpp"
 #include "kestrel/runtime/collection.hpp"
 #include "kestrel/runtime/compare.hpp"
@@ -307,6 +308,25 @@ int main() {
   } catch (const RuntimeError& e) {
     std::printf("  caught: %s\n", e.what());
   }
+
+  Section("Native calls: the C library by name through CallPTR");
+  {
+    CallPTR call;
+    call.LoadDLL(u"libc.so.6");
+    static const char kText[] = "automation";
+    call.AddParameter(reinterpret_cast<intptr_t>(kText));
+    std::printf("  strlen(\"%s\") = %lld\n", kText,
+                static_cast<long long>(call.CallDLLFunctionByName(u"strlen")));
+    call.ClearParameters();
+    std::printf("  getpid() = %lld\n",
+                static_cast<long long>(call.CallDLLFunctionByName(u"getpid")));
+    try {
+      call.CallDLLFunctionByName(u"no_such_function");
+    } catch (const RuntimeError& e) {
+      std::printf("  caught: %s (source %s)\n", e.what(), ToUtf8(e.source()).c_str());
+    }
+  }
+
   std::printf("\nRegistered classes:");
   for (const auto& name : Registry::Instance().Names()) std::printf(" %s", ToUtf8(name).c_str());
   std::printf("\n");
