@@ -55,6 +55,7 @@ void CallPTR::LoadDLL(std::u16string_view dll_name) {
 void CallPTR::UnloadDLL() noexcept {
   nd::CloseLibrary(module_);
   module_ = nullptr;
+  last_symbol_ = nullptr;
 }
 
 void CallPTR::ClearParameters() noexcept {
@@ -90,9 +91,14 @@ int64_t CallPTR::CallFunction() {
 
 int64_t CallPTR::CallDLLFunctionByName(const std::string& function_name) {
   if (module_ == nullptr) RaiseNative(kByNameSource, u"No Dll loaded");
-  void* address = nd::FindSymbol(module_, function_name);
-  if (address == nullptr) RaiseNative(kByNameSource, kFunctionNotFound);
-  function_address_ = reinterpret_cast<intptr_t>(address);
+  // A symbol's address cannot change while its library stays loaded, so a
+  // client calling the same function again skips the lookup.
+  if (function_name != last_symbol_name_ || last_symbol_ == nullptr) {
+    last_symbol_ = nd::FindSymbol(module_, function_name);
+    if (last_symbol_ == nullptr) RaiseNative(kByNameSource, kFunctionNotFound);
+    last_symbol_name_ = function_name;
+  }
+  function_address_ = reinterpret_cast<intptr_t>(last_symbol_);
   return CallFunction();
 }
 

@@ -127,6 +127,9 @@ class KESTREL_API CallPTR : public Dispatchable<CallPTR> {
   int32_t h_result_ = 0;
   mcCallTypeEnum call_type_ = mcCallStdCall;
   void* module_ = nullptr;
+  // The last name CallDLLFunctionByName looked up in module_, and its address.
+  std::string last_symbol_name_;
+  void* last_symbol_ = nullptr;
   std::u16string last_load_error_;
 };
 
