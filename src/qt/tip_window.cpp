@@ -134,11 +134,13 @@ void TipWindow::Relayout() {
 }
 
 QPainterPath TipWindow::BalloonPath() const {
-  // A rounded body with a pointer on its top edge, towards the tool.
+  // A rounded body with a pointer on its top edge, up towards the tool.
   QPainterPath path;
   QRectF body(0.5, kPointerHeight + 0.5, width() - 1, height() - kPointerHeight - 1);
   path.addRoundedRect(body, kRadius, kRadius);
-  qreal x = std::min<qreal>(width() / 3.0, 24);
+  // Centred tips point up from their middle, the others from near the left,
+  // where Popup puts the pointer's tip on the mouse position.
+  qreal x = centered_ ? width() / 2.0 - 1 : std::min<qreal>(width() / 3.0, 24);
   QPainterPath pointer;
   pointer.moveTo(x, kPointerHeight + 1);
   pointer.lineTo(x + 2, 0.5);

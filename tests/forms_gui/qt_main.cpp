@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
-#include <cstring>
 
 int main(int argc, char** argv) {
   ::testing::InitGoogleTest(&argc, argv);
@@ -12,11 +11,3 @@ int main(int argc, char** argv) {
   QApplication app(argc, argv);
   return RUN_ALL_TESTS();
 }
-
-// Under LeakSanitizer: leaks inside Qt's own start-up (fontconfig, the
-// platform plugin) are listed, narrowly, in this file's neighbour.
-#if defined(KESTREL_LSAN_SUPPRESSIONS)
-extern "C" const char* __lsan_default_options() {
-  return "suppressions=" KESTREL_LSAN_SUPPRESSIONS;
-}
-#endif
