@@ -1,6 +1,7 @@
 #include "kestrel/forms/events.hpp"
 
 #include <algorithm>
+#include <utility>
 
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/runtime/dispatch.hpp"

@@ -28,17 +28,17 @@ inline QImage Screenshot(QWidget& widget, const char* name) {
   return image;
 }
 
-// The largest difference of one channel between two colours.
-inline int ColourDistance(const QColor& a, const QColor& b) {
-  return std::max({std::abs(a.red() - b.red()), std::abs(a.green() - b.green()),
-                   std::abs(a.blue() - b.blue())});
-}
-
-// Whether any pixel in the image is within `tolerance` of `colour`.
+// Whether some pixel has every channel within `tolerance` of `colour`
+// (anti-aliased text reaches its full colour only here and there).
 inline bool HasPixelNear(const QImage& image, const QColor& colour, int tolerance) {
   for (int y = 0; y < image.height(); ++y)
-    for (int x = 0; x < image.width(); ++x)
-      if (ColourDistance(image.pixelColor(x, y), colour) <= tolerance) return true;
+    for (int x = 0; x < image.width(); ++x) {
+      QColor c = image.pixelColor(x, y);
+      if (std::abs(c.red() - colour.red()) <= tolerance &&
+          std::abs(c.green() - colour.green()) <= tolerance &&
+          std::abs(c.blue() - colour.blue()) <= tolerance)
+        return true;
+    }
   return false;
 }
 
