@@ -55,7 +55,7 @@ TEST_F(ToolTipGuiTest, BalloonAppearsAfterTheDelayAndHidesAfterTheVisibleTime) {
   tip->SetForeColor(0x0000C0);  // dark red, as 0x00BBGGRR
   tip->SetBackColor(0xE0FFFF);  // light yellow
   tip->SetDelayTime(30);
-  tip->SetVisibleTime(400);
+  tip->SetVisibleTime(1500);
   tip->Create(HandleOf(button_));
 
   TipWindow* w = Window(*tip);
