@@ -12,6 +12,7 @@ packages=(
   libffi-dev libcurl4-openssl-dev curl openssl
   qt6-base-dev libgl-dev
   python3 python3-pytest python3-aiosmtpd xdg-utils
+  fonts-dejavu-core
 )
 
 missing=()
