@@ -54,11 +54,19 @@ __all__ = ["Array", "ByRef", "CallByName", "CreateObject", "Dispatch", "Empty", 
            "ERROR", "BOOLEAN", "VARIANT", "BYTE", "LONGLONG"]
 
 
+_global_names = {}
+
+
 def __getattr__(name):
     # The global classes as module attributes: kestrel.Utilities is this
     # thread's instance of Kestrel.Utilities.
-    qualified = "Kestrel." + name
-    if not name.startswith("_") and classes().get(qualified) == GLOBAL:
+    qualified = _global_names.get(name)
+    if qualified is None and not name.startswith("_"):
+        for q, instancing in classes().items():  # classes may have been added since
+            if instancing == GLOBAL:
+                _global_names[q.split(".", 1)[1]] = q
+        qualified = _global_names.get(name)
+    if qualified is not None:
         return GetGlobal(qualified)
     raise AttributeError(f"module 'kestrel' has no attribute {name!r}")
 

@@ -8,7 +8,7 @@ comes back as the Python value the table in the package's docstring gives.
 import datetime
 import itertools
 import threading
-from ctypes import (addressof, byref, c_int, c_int32, c_size_t, c_void_p, create_string_buffer,
+from ctypes import (CDLL, addressof, byref, c_int, c_int32, c_size_t, c_void_p, create_string_buffer,
                     string_at)
 
 from ._native import (INVOKE, RELEASE, TYPE_NAME, Bounds, ClassInfo, ClientClass, KValue,
@@ -465,36 +465,68 @@ def _name(name):
     return b
 
 
+# kestrel_call without argument conversion, the path every late-bound call
+# takes: its arguments are built below as the C types it declares.
+_call = CDLL(lib.path).kestrel_call
+_call.restype = c_int32
+_SIZES = [c_size_t(i) for i in range(64)]
+_ARRAYS = [KValue * i for i in range(64)]
+_SCALAR_TYPES = (int, float, bool)
+
+
 def _invoke(ptr, bname, kind, args):
     """Calls a member with Python arguments (ByRef boxes receive write-backs)."""
     n = len(args)
     result = KValue()
     if n == 0:
-        rc = lib.kestrel_call(ptr, bname, kind, None, 0, result)
+        rc = _call(ptr, bname, kind, None, _SIZES[0], byref(result))
     else:
-        buf = (KValue * n)()
+        buf = _ARRAYS[n]() if n < 64 else (KValue * n)()
+        plain = True  # only scalars: nothing to release afterwards
+        boxed = None
         try:
-            boxed = None
             for i in range(n):
                 a = args[i]
-                if type(a) is ByRef:
-                    put(buf[i], a.value)
+                t = type(a)
+                if t is int and -32768 <= a <= 32767:
+                    v = buf[i]
+                    v.kind = INTEGER
+                    v.integer = a
+                    continue
+                if t is float:
+                    v = buf[i]
+                    v.kind = DOUBLE
+                    v.dbl = a
+                    continue
+                if t is ByRef:
+                    a = a.value
                     boxed = (boxed or []) + [i]
-                else:
-                    put(buf[i], a)
-            rc = lib.kestrel_call(ptr, bname, kind, buf, n, result)
+                    t = type(a)
+                if t not in _SCALAR_TYPES:
+                    plain = False
+                put(buf[i], a)
+            rc = _call(ptr, bname, kind, buf, _SIZES[n] if n < 64 else c_size_t(n),
+                       byref(result))
             if boxed:
+                plain = False  # a write-back may have left text or an object
                 for i in boxed:
                     args[i].value = get(buf[i])
         finally:
-            for i in range(n):
-                if buf[i].kind not in _SCALAR:
-                    lib.kestrel_value_clear(buf[i])
+            if not plain:
+                for i in range(n):
+                    if buf[i].kind not in _SCALAR:
+                        lib.kestrel_value_clear(buf[i])
     if rc:
         _raise_last()
     k = result.kind
+    if k == INTEGER:
+        return result.integer
     if k == LONG:
         return result.long_value
+    if k == BOOLEAN:
+        return result.integer != 0
+    if k == DOUBLE:
+        return result.dbl
     try:
         return get(result)
     finally:
@@ -604,22 +636,33 @@ class Object:
             release(ptr)
 
     def _member(self, name):
-        members = self._members
+        members = _own(self, "_members")
         if members is None:
             return None
-        m = members.get(name.lower())
+        m = members.get(name) or members.get(name.lower())
         if m is None:
-            raise AttributeError(f"{self._type} has no member {name}")
+            raise AttributeError(f"{_own(self, '_type')} has no member {name}")
         return m
 
-    def __getattr__(self, name):
-        if name.startswith("__") or name in Object.__slots__:
-            raise AttributeError(name)
-        m = self._member(name)
-        if m is None:  # an object that does not describe itself: call by name
+    # Attribute reads are the hot path of every script, so they are answered
+    # here rather than in __getattr__, which Python reaches only after a
+    # failed lookup has raised and swallowed an AttributeError.
+    def __getattribute__(self, name):
+        if name in _OWN:
+            return _own(self, name)
+        members = _own(self, "_members")
+        if members is None:  # an object that does not describe itself: call by name
+            if name.startswith("__"):
+                return _own(self, name)
             return _BoundMember(self, _name(name), METHOD)
+        m = members.get(name)
+        if m is None:
+            m = members.get(name.lower())
+            if m is None:
+                return _own(self, name)  # Python's own attributes, or AttributeError
+            members[name] = m  # this spelling, found directly next time
         if m.action == _READ:
-            return _invoke(self._ptr, m.bname, GET, ())
+            return _invoke(_own(self, "_ptr"), m.bname, GET, ())
         return _BoundMember(self, m.bname, METHOD if m.action == _CALL_METHOD else GET)
 
     def __setattr__(self, name, value):
@@ -644,7 +687,16 @@ class Object:
 
     def __iter__(self):
         walker = c_void_p()
-        _check(lib.kestrel_enumerate(self._ptr, walker))
+        if lib.kestrel_enumerate(self._ptr, walker):
+            members = self._members or {}
+            if lib.kestrel_last_error_number() != 438 or not {"count", "item"} <= members.keys():
+                _raise_last()
+            # A list without an enumerator is walked by position, 1 to Count.
+            return (self[i] for i in range(1, len(self) + 1))
+        return self._walk(walker)
+
+    @staticmethod
+    def _walk(walker):
         item, more = KValue(), c_int()
         try:
             while True:
@@ -663,14 +715,20 @@ class Object:
             return bool(_invoke(self._ptr, b"Exists", METHOD, (x,)))
         return any(item == x for item in self)
 
+    def _indexer(self):
+        # Item when the class has one (not every list makes it the default
+        # member); otherwise the default member, whatever it is.
+        members = self._members
+        return b"Item" if members is not None and "item" in members else b""
+
     def __getitem__(self, key):
         args = key if isinstance(key, tuple) else (key,)
-        return _invoke(self._ptr, b"", GET, args)
+        return _invoke(self._ptr, self._indexer(), GET, args)
 
     def __setitem__(self, key, value):
         args = (key if isinstance(key, tuple) else (key,)) + (value,)
         is_object = not isinstance(value, _PLAIN) and value is not None
-        _invoke(self._ptr, b"", SET if is_object else LET, args)
+        _invoke(self._ptr, self._indexer(), SET if is_object else LET, args)
 
     def __delitem__(self, key):
         _invoke(self._ptr, b"Remove", METHOD, (key,))
@@ -685,8 +743,13 @@ class Object:
         return f"<kestrel.Object {self._type} at {self._ptr.value:#x}>"
 
     def __dir__(self):
-        names = [m.name for m in (self._members or {}).values()]
+        names = {m.name for m in (self._members or {}).values()}
         return sorted(set(names) | set(object.__dir__(self)))
+
+
+_own = object.__getattribute__
+_OWN = frozenset(("_ptr", "_type", "_members", "_adopt", "_member", "_walk", "_indexer", "__class__", "__dict__",
+                  "__slots__", "__weakref__"))
 
 
 class _Nothing:
