@@ -6,3 +6,5 @@ scripts/install-deps.sh
 cmake --preset default >/dev/null
 cmake --build --preset default --target kestrel_demo
 build/default/examples/kestrel_demo
+# The same library from Python, through the kestrel package (examples/python_demo.py).
+KESTREL_LIBRARY=build/default/libkestrel.so /usr/bin/python3 examples/python_demo.py
