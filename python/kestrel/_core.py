@@ -7,6 +7,7 @@ comes back as the Python value the table in the package's docstring gives.
 
 import datetime
 import itertools
+import struct
 import threading
 from ctypes import (CDLL, addressof, byref, c_int, c_int32, c_size_t, c_void_p, create_string_buffer,
                     string_at)
@@ -474,6 +475,12 @@ _ARRAYS = [KValue * i for i in range(64)]
 _SCALAR_TYPES = (int, float, bool)
 
 
+# Small numbers, the commonest arguments, are packed straight into the
+# argument array: kind, padding, payload.
+_PACK_INTEGER = struct.Struct("<H6xh6x").pack_into
+_PACK_DOUBLE = struct.Struct("<H6xd").pack_into
+
+
 def _invoke(ptr, bname, kind, args):
     """Calls a member with Python arguments (ByRef boxes receive write-backs)."""
     n = len(args)
@@ -485,37 +492,32 @@ def _invoke(ptr, bname, kind, args):
         plain = True  # only scalars: nothing to release afterwards
         boxed = None
         try:
-            for i in range(n):
-                a = args[i]
+            offset = 0
+            for a in args:
                 t = type(a)
                 if t is int and -32768 <= a <= 32767:
-                    v = buf[i]
-                    v.kind = INTEGER
-                    v.integer = a
-                    continue
-                if t is float:
-                    v = buf[i]
-                    v.kind = DOUBLE
-                    v.dbl = a
-                    continue
-                if t is ByRef:
-                    a = a.value
-                    boxed = (boxed or []) + [i]
-                    t = type(a)
-                if t not in _SCALAR_TYPES:
-                    plain = False
-                put(buf[i], a)
+                    _PACK_INTEGER(buf, offset, INTEGER, a)
+                elif t is float:
+                    _PACK_DOUBLE(buf, offset, DOUBLE, a)
+                else:
+                    if t is ByRef:
+                        boxed = (boxed or []) + [offset >> 4]
+                        a = a.value
+                        plain = False  # a write-back may leave text or an object
+                    elif t not in _SCALAR_TYPES:
+                        plain = False
+                    put(buf[offset >> 4], a)
+                offset += 16
             rc = _call(ptr, bname, kind, buf, _SIZES[n] if n < 64 else c_size_t(n),
                        byref(result))
             if boxed:
-                plain = False  # a write-back may have left text or an object
                 for i in boxed:
                     args[i].value = get(buf[i])
         finally:
             if not plain:
-                for i in range(n):
-                    if buf[i].kind not in _SCALAR:
-                        lib.kestrel_value_clear(buf[i])
+                for v in buf:
+                    if v.kind not in _SCALAR:
+                        lib.kestrel_value_clear(v)
     if rc:
         _raise_last()
     k = result.kind
@@ -600,9 +602,9 @@ class _BoundMember:
     """A member read as an attribute and called: obj.Add(1, "key")."""
     __slots__ = ("_ptr", "_bname", "_kind", "_owner")
 
-    def __init__(self, owner, bname, kind):
+    def __init__(self, owner, ptr, bname, kind):
         self._owner = owner  # keeps the object alive while the member is held
-        self._ptr = owner._ptr
+        self._ptr = ptr
         self._bname = bname
         self._kind = kind
 
@@ -654,7 +656,7 @@ class Object:
         if members is None:  # an object that does not describe itself: call by name
             if name.startswith("__"):
                 return _own(self, name)
-            return _BoundMember(self, _name(name), METHOD)
+            return _BoundMember(self, _own(self, "_ptr"), _name(name), METHOD)
         m = members.get(name)
         if m is None:
             m = members.get(name.lower())
@@ -663,7 +665,8 @@ class Object:
             members[name] = m  # this spelling, found directly next time
         if m.action == _READ:
             return _invoke(_own(self, "_ptr"), m.bname, GET, ())
-        return _BoundMember(self, m.bname, METHOD if m.action == _CALL_METHOD else GET)
+        return _BoundMember(self, _own(self, "_ptr"), m.bname,
+                            METHOD if m.action == _CALL_METHOD else GET)
 
     def __setattr__(self, name, value):
         m = self._member(name)
