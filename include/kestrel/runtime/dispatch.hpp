@@ -110,8 +110,7 @@ KESTREL_API std::span<const MemberInfo> DescribeMembers(const Object& object);
 namespace detail {
 // Records a table's members under its class name for DescribeMembers; the
 // first table built under a name keeps it.
-KESTREL_API void PublishMembers(std::u16string_view class_name,
-                                std::vector<MemberInfo> members);
+KESTREL_API void PublishMembers(std::u16string_view class_name, std::vector<MemberInfo> members);
 // Case-insensitive (ASCII) ordering of member names.
 KESTREL_API int CompareMemberNames(std::u16string_view a, std::u16string_view b) noexcept;
 [[noreturn]] KESTREL_API void RaiseUnknownMember();
