@@ -17,7 +17,9 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "python"))
 import kestrel  # noqa: E402
-from kestrel._core import INTEGER, KValue, _call  # noqa: E402
+from kestrel._native import KValue  # noqa: E402
+from kestrel._objects import _call  # noqa: E402
+from kestrel._values import INTEGER  # noqa: E402
 
 NUMBER = 100_000
 REPEAT = 7

@@ -38,10 +38,11 @@ Objects belong to the thread that made them; global classes have one
 instance per thread.
 """
 
-from ._core import (BOOLEAN, BYTE, CREATABLE, DATE, DOUBLE, EMPTY, ERROR, GET, GLOBAL, INTEGER,
-                    LET, LONG, LONGLONG, METHOD, NOT_CREATABLE, NULL, OBJECT, SET, SINGLE, STRING,
-                    VARIANT, Array, ByRef, CallByName, CreateObject, Empty, ErrorCode, GetGlobal,
-                    KestrelError, Missing, Object, Sink, TypeName, classes, kind_of)
+from ._objects import (CREATABLE, GLOBAL, NOT_CREATABLE, CallByName, CreateObject, GetGlobal,
+                       Object, Sink, TypeName, classes)
+from ._values import (BOOLEAN, BYTE, DATE, DOUBLE, EMPTY, ERROR, GET, INTEGER, LET, LONG,
+                      LONGLONG, METHOD, NULL, OBJECT, SET, SINGLE, STRING, VARIANT, Array, ByRef,
+                      Empty, ErrorCode, KestrelError, Missing, kind_of)
 from ._native import lib as _lib
 
 Dispatch = CreateObject

@@ -217,8 +217,9 @@ def test_traced_and_profiled_call_written_to_files(tmp_path):
     assert re.fullmatch(stamp + r" 0010 0001 <    <<<\[Module1!DoWork\] ", lines[2])
     assert lines[3:] == [""]
     profile = (tmp_path / "profile.txt").read_bytes().decode("cp1252")
-    assert re.fullmatch(r"\d+/\d+/\d{4} \d+:\d\d:\d\d [AP]M\t1\t0\t-?\d+\t\d+\tModule1!DoWork\t0\r\n",
-                        profile)
+    # "<date> <time>\tID\tParentID\tTicksIn\tTicks\tMethodName\tCallDepth", CR LF.
+    assert re.fullmatch(r"\d+/\d+/\d{4} \d+:\d\d:\d\d [AP]M\t1\t0\t-?\d+\t\d+"
+                        r"\tModule1!DoWork\t0\r\n", profile)
 
 
 @pytest.mark.parametrize("call, number", [
