@@ -175,6 +175,18 @@ def test_python_sink_receives_trace_lines(sink):
     assert sink.lines == [] if isinstance(sink, kestrel.Sink) else sink.cleared == 1
 
 
+def test_python_sink_receives_profiled_steps():
+    profiler, sink = kestrel.CreateObject("Kestrel.Profiler"), kestrel.Sink()
+    profiler.Data = sink
+    profiler.StepIn("Outer")
+    profiler.StepIn("Inner")
+    profiler.StepOut("Inner")
+    profiler.StepOut("Outer")
+    # Innermost first; the sink reads each ProfilerItem back by name.
+    assert [name for name, _ in sink.items] == ["Inner", "Outer"]
+    assert all(type(ticks) is int and ticks >= 0 for _, ticks in sink.items)
+
+
 def test_errors_in_python_sinks_reach_the_caller():
     class Failing:
         def LogLine(self, line):
