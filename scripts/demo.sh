@@ -7,6 +7,9 @@ cmake --preset default >/dev/null
 cmake --build --preset default --target kestrel_demo
 build/default/examples/kestrel_demo
 
+# The same library from Python, through the kestrel package (examples/python_demo.py).
+KESTREL_LIBRARY=build/default/libkestrel.so /usr/bin/python3 examples/python_demo.py
+
 # Form helpers: the resizable dialog, rendered on the offscreen platform
 # before and after a simulated drag of its grip; on a desktop, the window too.
 cmake --build --preset default --target forms_demo

@@ -1,5 +1,9 @@
 #include "kestrel/runtime/dispatch.hpp"
 
+#include <map>
+#include <mutex>
+#include <string>
+
 #include "kestrel/frame/errors.hpp"
 
 namespace kestrel {
@@ -22,6 +26,31 @@ int CompareMemberNames(std::u16string_view a, std::u16string_view b) noexcept {
   return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
 }
 
+namespace {
+// Member descriptions by folded class name. Tables are built once, on first
+// use, from any thread; the descriptions are never dropped, so the spans
+// handed out stay valid.
+struct MemberCatalogue {
+  std::mutex mutex;
+  std::map<std::u16string, std::vector<MemberInfo>> by_class;
+};
+MemberCatalogue& Catalogue() {
+  static MemberCatalogue* catalogue = new MemberCatalogue();  // used by static tables
+  return *catalogue;
+}
+std::u16string FoldName(std::u16string_view name) {
+  std::u16string folded(name);
+  for (char16_t& c : folded) c = AsciiLower(c);
+  return folded;
+}
+}  // namespace
+
+void PublishMembers(std::u16string_view class_name, std::vector<MemberInfo> members) {
+  MemberCatalogue& c = Catalogue();
+  std::lock_guard lock(c.mutex);
+  c.by_class.try_emplace(FoldName(class_name), std::move(members));
+}
+
 void RaiseUnknownMember() {
   RaiseStandard(errors::kMemberNotSupported);
 }
@@ -30,6 +59,17 @@ void RaiseBadCall() {
 }
 
 }  // namespace detail
+
+std::span<const MemberInfo> DescribeMembers(const Object& object) {
+  // Asking for the type name builds the class's table, so it is published
+  // by the time it is looked up.
+  std::u16string key = detail::FoldName(object.TypeName());
+  detail::MemberCatalogue& c = detail::Catalogue();
+  std::lock_guard lock(c.mutex);
+  auto it = c.by_class.find(key);
+  if (it == c.by_class.end()) return {};
+  return it->second;
+}
 
 Value CallByName(Object* object, std::u16string_view name, CallKind kind, std::span<Value> args) {
   if (object == nullptr) RaiseStandard(errors::kObjectVariableNotSet);

@@ -1,20 +1,20 @@
 /* Drives Kestrel through its C ABI only, as a client in another language. */
+#include "kestrel/c_api.h"
+
 #include <stdio.h>
 #include <string.h>
-
-#include "kestrel/c_api.h"
 
 static int passed = 0;
 static int failed = 0;
 
-#define CHECK(cond)                                                   \
-  do {                                                                \
-    if (cond) {                                                       \
-      ++passed;                                                       \
-    } else {                                                          \
-      ++failed;                                                       \
+#define CHECK(cond)                                                            \
+  do {                                                                         \
+    if (cond) {                                                                \
+      ++passed;                                                                \
+    } else {                                                                   \
+      ++failed;                                                                \
       fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
-    }                                                                 \
+    }                                                                          \
   } while (0)
 
 static int text_equals(const kestrel_value* v, const char* expected) {
@@ -127,11 +127,296 @@ static void conversions(void) {
   kestrel_value_clear(&v);
 }
 
+/* Every scalar kind set through its function and read in place. */
+static void scalar_kinds(void) {
+  kestrel_value v[8];
+  for (int i = 0; i < 8; ++i) kestrel_value_init(&v[i]);
+  kestrel_value_set_integer(&v[0], -7);
+  kestrel_value_set_single(&v[1], 1.5f);
+  kestrel_value_set_byte(&v[2], 255);
+  kestrel_value_set_date(&v[3], 45000.5);
+  kestrel_value_set_error(&v[4], 5);
+  kestrel_value_set_longlong(&v[5], (int64_t)1 << 40);
+  kestrel_value_set_bool(&v[6], 1);
+  kestrel_value_set_missing(&v[7]);
+  static const struct {
+    uint16_t kind;
+    const char* text; /* the runtime's text form; NULL: no text form */
+  } expected[8] = {
+      {KESTREL_KIND_INTEGER, "-7"},   {KESTREL_KIND_SINGLE, "1.5"},
+      {KESTREL_KIND_BYTE, "255"},     {KESTREL_KIND_DATE, "3/15/2023 12:00:00 PM"},
+      {KESTREL_KIND_ERROR, NULL},     {KESTREL_KIND_LONGLONG, "1099511627776"},
+      {KESTREL_KIND_BOOLEAN, "True"}, {KESTREL_KIND_ERROR, NULL},
+  };
+  for (int i = 0; i < 8; ++i) {
+    CHECK(v[i].kind == expected[i].kind);
+    if (expected[i].text) CHECK(text_equals(&v[i], expected[i].text));
+  }
+  CHECK(v[0].as.integer == -7 && v[1].as.single == 1.5f && v[2].as.byte == 255);
+  CHECK(v[3].as.dbl == 45000.5 && v[4].as.error == 5 && v[5].as.longlong == (int64_t)1 << 40);
+  CHECK(v[6].as.integer == -1 && v[7].as.error == KESTREL_MISSING_CODE);
+
+  /* A scalar written in place is a value like any other. */
+  v[0].kind = KESTREL_KIND_LONG;
+  v[0].as.long_value = 70000;
+  int64_t wide = 0;
+  CHECK(kestrel_value_to_longlong(&v[0], &wide) == 0 && wide == 70000);
+
+  /* UTF-16 in and out keeps any code unit, a lone surrogate included. */
+  const uint16_t units[3] = {0x41, 0xD800, 0};
+  const uint16_t* seen = NULL;
+  size_t length = 0;
+  CHECK(kestrel_value_set_utf16(&v[1], units, 3) == 0);
+  CHECK(kestrel_value_utf16(&v[1], &seen, &length) == 0 && length == 3);
+  CHECK(seen && seen[0] == 0x41 && seen[1] == 0xD800 && seen[2] == 0);
+  CHECK(kestrel_value_utf16(&v[2], &seen, &length) == 13);
+  for (int i = 0; i < 8; ++i) kestrel_value_clear(&v[i]);
+}
+
+/* Dates from calendar parts and back, before and after day 0. */
+static void date_parts(void) {
+  static const struct {
+    int32_t parts[6];
+    double serial;
+  } rows[] = {
+      {{1899, 12, 30, 0, 0, 0}, 0.0},     {{1899, 12, 29, 6, 0, 0}, -1.25},
+      {{2023, 3, 15, 12, 0, 0}, 45000.5}, {{1900, 1, 1, 18, 0, 0}, 2.75},
+      {{100, 1, 1, 0, 0, 0}, -657434.0},
+  };
+  kestrel_value v;
+  kestrel_value_init(&v);
+  for (size_t i = 0; i < sizeof rows / sizeof rows[0]; ++i) {
+    const int32_t* p = rows[i].parts;
+    CHECK(kestrel_value_set_date_parts(&v, p[0], p[1], p[2], p[3], p[4], p[5]) == 0);
+    CHECK(v.kind == KESTREL_KIND_DATE && v.as.dbl == rows[i].serial);
+    int32_t back[6] = {0};
+    CHECK(kestrel_value_get_date_parts(&v, &back[0], &back[1], &back[2], &back[3], &back[4],
+                                       &back[5]) == 0);
+    CHECK(memcmp(back, p, sizeof back) == 0);
+  }
+  CHECK(kestrel_value_set_date_parts(&v, 99, 1, 1, 0, 0, 0) == 5);
+  CHECK(kestrel_value_set_date_parts(&v, 10000, 1, 1, 0, 0, 0) == 5);
+  kestrel_value_clear(&v);
+}
+
+static void arrays(void) {
+  kestrel_value a, item;
+  kestrel_value_init(&a);
+  kestrel_value_init(&item);
+  const kestrel_bounds bounds[2] = {{1, 3}, {-1, 0}};
+  CHECK(kestrel_array_new(&a, KESTREL_KIND_LONG, bounds, 2) == 0);
+  CHECK(a.kind == (KESTREL_KIND_ARRAY | KESTREL_KIND_LONG) && kestrel_array_dimensions(&a) == 2);
+  kestrel_bounds b = {0, 0};
+  CHECK(kestrel_array_bounds(&a, 2, &b) == 0 && b.lower == -1 && b.upper == 0);
+  CHECK(kestrel_array_bounds(&a, 3, &b) == 9);
+
+  /* Assignment converts to the element kind; a fresh element is 0. */
+  const int32_t at[2] = {3, -1};
+  kestrel_value_set_utf8(&item, "42", 2);
+  CHECK(kestrel_array_set(&a, at, 2, &item) == 0);
+  CHECK(kestrel_array_get(&a, at, 2, &item) == 0);
+  CHECK(item.kind == KESTREL_KIND_LONG && item.as.long_value == 42);
+  const int32_t first[2] = {1, 0};
+  CHECK(kestrel_array_get(&a, first, 2, &item) == 0 && item.as.long_value == 0);
+
+  static const struct {
+    int32_t subscripts[2];
+    int count;
+    int32_t error;
+  } refused[] = {{{4, 0}, 2, 9}, {{1, 1}, 2, 9}, {{1, 0}, 1, 9}};
+  for (size_t i = 0; i < sizeof refused / sizeof refused[0]; ++i)
+    CHECK(kestrel_array_get(&a, refused[i].subscripts, refused[i].count, &item) ==
+          refused[i].error);
+  kestrel_value_set_utf8(&item, "x", 1);
+  CHECK(kestrel_array_set(&a, at, 2, &item) == 13);
+  CHECK(kestrel_array_new(&item, KESTREL_KIND_EMPTY, bounds, 1) == 13);
+  CHECK(kestrel_array_new(&item, KESTREL_KIND_VARIANT, NULL, 0) == 0);
+  CHECK(item.kind == (KESTREL_KIND_ARRAY | KESTREL_KIND_VARIANT));
+  CHECK(kestrel_array_dimensions(&item) == 0);
+
+  /* Byte arrays in and out in bulk. */
+  const uint8_t bytes[4] = {0, 1, 0xFE, 0xFF};
+  uint8_t back[4] = {0};
+  size_t needed = 0;
+  CHECK(kestrel_value_set_bytes(&item, bytes, 4) == 0);
+  CHECK(item.kind == (KESTREL_KIND_ARRAY | KESTREL_KIND_BYTE));
+  CHECK(kestrel_value_get_bytes(&item, back, 3, &needed) == 0 && needed == 4 && back[0] == 0);
+  CHECK(kestrel_value_get_bytes(&item, back, 4, &needed) == 0 && memcmp(back, bytes, 4) == 0);
+  CHECK(kestrel_value_get_bytes(&a, back, 4, &needed) == 13);
+
+  kestrel_value_clear(&a);
+  kestrel_value_clear(&item);
+}
+
+/* For Each over a Collection gives the items, over a Dictionary the keys:
+ * Add("a", "b") adds item a to one and key a to the other. */
+static void enumeration(void) {
+  static const char* names[2] = {"Kestrel.Collection", "Kestrel.Dictionary"};
+  for (int n = 0; n < 2; ++n) {
+    kestrel_object* list = kestrel_create(names[n]);
+    kestrel_value args[2];
+    kestrel_value_init(&args[0]);
+    kestrel_value_init(&args[1]);
+    kestrel_value_set_utf8(&args[0], "a", 1);
+    kestrel_value_set_utf8(&args[1], "b", 1);
+    CHECK(kestrel_call(list, "Add", KESTREL_CALL_METHOD, args, 2, NULL) == 0);
+    kestrel_value_set_utf8(&args[0], "c", 1);
+    kestrel_value_set_utf8(&args[1], "d", 1);
+    CHECK(kestrel_call(list, "Add", KESTREL_CALL_METHOD, args, 2, NULL) == 0);
+
+    kestrel_object* walk = NULL;
+    CHECK(kestrel_enumerate(list, &walk) == 0 && walk != NULL);
+    int more = 0, seen = 0;
+    kestrel_value item;
+    kestrel_value_init(&item);
+    const char* expected = "ac";
+    while (kestrel_next(walk, &item, &more) == 0 && more) {
+      char one[2] = {expected[seen], 0};
+      CHECK(seen < 2 && text_equals(&item, one));
+      ++seen;
+    }
+    CHECK(seen == 2 && item.kind == KESTREL_KIND_EMPTY);
+    kestrel_release(walk);
+    kestrel_value_clear(&item);
+    kestrel_value_clear(&args[0]);
+    kestrel_value_clear(&args[1]);
+    kestrel_release(list);
+  }
+  kestrel_object* err = kestrel_create("Kestrel.Error");
+  kestrel_object* walk = NULL;
+  CHECK(kestrel_enumerate(err, &walk) == 438 && walk == NULL);
+  kestrel_release(err);
+}
+
+static void introspection(void) {
+  kestrel_class_info classes[256];
+  size_t count = 0;
+  CHECK(kestrel_classes(classes, 256, &count) == 0 && count > 0 && count <= 256);
+  static const struct {
+    const char* name;
+    int instancing;
+  } known[] = {{"Kestrel.Error", KESTREL_INSTANCING_CREATABLE},
+               {"Kestrel.Utilities", KESTREL_INSTANCING_GLOBAL},
+               {"Kestrel.File", KESTREL_INSTANCING_NOT_CREATABLE}};
+  for (size_t k = 0; k < sizeof known / sizeof known[0]; ++k) {
+    int found = 0;
+    for (size_t i = 0; i < count && i < 256; ++i)
+      if (strcmp(classes[i].qualified_name, known[k].name) == 0)
+        found = classes[i].instancing == known[k].instancing;
+    CHECK(found);
+  }
+
+  kestrel_object* list = kestrel_create("Kestrel.Collection");
+  char name[32];
+  size_t needed = 0;
+  CHECK(kestrel_type_name(list, name, sizeof name, &needed) == 0 &&
+        strcmp(name, "Collection") == 0);
+  kestrel_member_info members[32];
+  CHECK(kestrel_members(list, members, 32, &count) == 0 && count > 3 && count <= 32);
+  static const struct {
+    const char* name;
+    int kinds, min_args, max_args;
+  } rows[] = {{"Add", KESTREL_CALL_METHOD, 1, 4},
+              {"Count", KESTREL_CALL_GET, 0, 0},
+              {"Item", KESTREL_CALL_METHOD | KESTREL_CALL_GET, 1, 1}};
+  for (size_t r = 0; r < sizeof rows / sizeof rows[0]; ++r) {
+    int found = 0;
+    for (size_t i = 0; i < count; ++i) {
+      const kestrel_member_info* m = &members[i];
+      if (strcmp(m->name, rows[r].name) != 0) continue;
+      int min_args =
+          (m->call_kinds & KESTREL_CALL_METHOD) ? m->method_min_args : m->property_min_args;
+      int max_args =
+          (m->call_kinds & KESTREL_CALL_METHOD) ? m->method_max_args : m->property_max_args;
+      found = m->call_kinds == rows[r].kinds && min_args == rows[r].min_args &&
+              max_args == rows[r].max_args;
+    }
+    CHECK(found);
+  }
+  kestrel_release(list);
+}
+
+/* A sink of the caller's own behind Tracer.LogTo: it keeps the lines it
+ * is given, or fails every call with its own error. */
+struct c_sink {
+  char lines[512];
+  int fail;
+  int released;
+};
+
+static int32_t sink_invoke(void* context, const char* name, int call_kind, kestrel_value* args,
+                           size_t arg_count, kestrel_value* result) {
+  struct c_sink* sink = context;
+  if (sink->fail) {
+    kestrel_set_error(-2147221504 + 77, "c_sink", "disk on fire");
+    return -2147221504 + 77;
+  }
+  if (strcmp(name, "LogLine") != 0 || call_kind != KESTREL_CALL_METHOD || arg_count != 1)
+    return 438;
+  char line[256];
+  size_t needed = 0;
+  kestrel_value_to_utf8(&args[0], line, sizeof line, &needed);
+  strncat(sink->lines, line, sizeof sink->lines - strlen(sink->lines) - 2);
+  strcat(sink->lines, "\n");
+  kestrel_value_set_bool(result, 1);
+  return 0;
+}
+static void sink_release(void* context) {
+  ((struct c_sink*)context)->released = 1;
+}
+static const char* sink_type_name(void* context) {
+  (void)context;
+  return "CSink";
+}
+static const kestrel_client_class sink_class = {sink_invoke, sink_release, sink_type_name};
+
+static void client_objects(void) {
+  struct c_sink sink = {{0}, 0, 0};
+  kestrel_object* object = kestrel_client_new(&sink_class, &sink);
+  CHECK(object != NULL && kestrel_client_context(object, &sink_class) == &sink);
+  kestrel_object* tracer = kestrel_create("Kestrel.Tracer");
+  CHECK(kestrel_client_context(tracer, &sink_class) == NULL);
+  char name[16];
+  CHECK(kestrel_type_name(object, name, sizeof name, NULL) == 0 && strcmp(name, "CSink") == 0);
+
+  kestrel_value args[2];
+  kestrel_value_init(&args[0]);
+  kestrel_value_init(&args[1]);
+  kestrel_value_set_object(&args[0], object);
+  CHECK(kestrel_call(tracer, "LogTo", KESTREL_CALL_SET, args, 1, NULL) == 0);
+  kestrel_release(object); /* the tracer holds it now */
+  kestrel_value_set_utf8(&args[0], "hello", 5);
+  kestrel_value_set_long(&args[1], 50);
+  CHECK(kestrel_call(tracer, "Trace", KESTREL_CALL_METHOD, args, 2, NULL) == 0);
+  size_t length = strlen(sink.lines);
+  CHECK(length > 7 && strcmp(sink.lines + length - 7, " hello\n") == 0);
+
+  /* The sink's own error reaches the tracer's caller. */
+  sink.fail = 1;
+  CHECK(kestrel_call(tracer, "Trace", KESTREL_CALL_METHOD, args, 2, NULL) == -2147221504 + 77);
+  CHECK(strcmp(kestrel_last_error_source(), "c_sink") == 0);
+  CHECK(strcmp(kestrel_last_error_description(), "disk on fire") == 0);
+  sink.fail = 0;
+  CHECK(kestrel_call(tracer, "Clear", KESTREL_CALL_METHOD, NULL, 0, NULL) == 438);
+
+  CHECK(!sink.released);
+  kestrel_release(tracer);
+  CHECK(sink.released);
+  kestrel_value_clear(&args[0]);
+  kestrel_value_clear(&args[1]);
+}
+
 int main(void) {
   error_object_by_name();
   refused_classes();
   by_reference_write_back();
   conversions();
+  scalar_kinds();
+  date_parts();
+  arrays();
+  enumeration();
+  introspection();
+  client_objects();
   printf("%d passed, %d failed\n", passed, failed);
   return failed == 0 ? 0 : 1;
 }

@@ -91,7 +91,26 @@ class Args {
 // Use as max_args for a member whose last parameter is a parameter array.
 inline constexpr int kParamArray = 1 << 16;
 
+// What a late-bound client can learn about one member without calling it:
+// the call kinds it answers and how many arguments each takes (index
+// arguments for a property; kParamArray as max_args for a parameter array).
+struct MemberInfo {
+  std::u16string_view name;
+  bool method = false, get = false, let = false, set = false;
+  int32_t method_min = 0, method_max = 0;
+  int32_t prop_min = 0, prop_max = 0;
+};
+
+// The members of an object's class in name order: those of the dispatch
+// table built under the object's type name. Empty for an object without a
+// table (a client's own object answering by name). The span stays valid for
+// the life of the process.
+KESTREL_API std::span<const MemberInfo> DescribeMembers(const Object& object);
+
 namespace detail {
+// Records a table's members under its class name for DescribeMembers; the
+// first table built under a name keeps it.
+KESTREL_API void PublishMembers(std::u16string_view class_name, std::vector<MemberInfo> members);
 // Case-insensitive (ASCII) ordering of member names.
 KESTREL_API int CompareMemberNames(std::u16string_view a, std::u16string_view b) noexcept;
 [[noreturn]] KESTREL_API void RaiseUnknownMember();
@@ -158,6 +177,13 @@ class DispatchTable {
       std::sort(members_.begin(), members_.end(), [](const Member& a, const Member& b) {
         return detail::CompareMemberNames(a.name, b.name) < 0;
       });
+      std::vector<MemberInfo> described;
+      described.reserve(members_.size());
+      for (const Member& m : members_)
+        described.push_back(MemberInfo{m.name, m.method != nullptr, m.get != nullptr,
+                                       m.let != nullptr, m.set != nullptr, m.method_min,
+                                       m.method_max, m.prop_min, m.prop_max});
+      detail::PublishMembers(class_name_, std::move(described));
       return DispatchTable(class_name_, default_member_, std::move(members_));
     }
 
