@@ -5,6 +5,9 @@ install(TARGETS kestrel EXPORT KestrelTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+# The mail provider, beside libkestrel, which loads it from its own folder.
+install(TARGETS kestrel_mapi EXPORT KestrelTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/kestrel
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
