@@ -34,7 +34,14 @@ int Run(const std::vector<std::string>& args) {
 ULONG OpenComposer(const Outgoing& m) {
   std::vector<std::string> args{"xdg-email", "--utf8"};
   if (!m.subject.empty()) args.insert(args.end(), {"--subject", m.subject});
-  if (!m.body.empty()) args.insert(args.end(), {"--body", m.body});
+  if (!m.body.empty()) {
+    // The records end lines with CR LF; xdg-email writes every LF as CR LF
+    // itself.
+    std::string body;
+    for (size_t i = 0; i < m.body.size(); ++i)
+      if (m.body[i] != '\r' || i + 1 == m.body.size() || m.body[i + 1] != '\n') body += m.body[i];
+    args.insert(args.end(), {"--body", body});
+  }
   for (const Address& a : m.cc) args.insert(args.end(), {"--cc", a.address});
   for (const Address& a : m.bcc) args.insert(args.end(), {"--bcc", a.address});
   for (const File& f : m.files) args.insert(args.end(), {"--attach", f.path});
