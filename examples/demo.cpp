@@ -288,8 +288,7 @@ int main() {
     Value second = CallByName(servers.object(), u"Item", CallKind::kGet, {Value(2)});
     Show("root(\"Name\")", CallByName(root.object(), u"Item", CallKind::kGet, {Value(u"Name")}));
     Show("servers.Count", CallByName(servers.object(), u"Count", CallKind::kGet));
-    Show("servers(2)(\"PORT\")",
-         CallByName(second.object(), u"Item", CallKind::kGet, {Value(u"PORT")}));
+    Show("servers(2)(\"PORT\")", CallByName(second.object(), u"Item", CallKind::kGet, {Value(u"PORT")}));
     Show("Parse(\"{\"a\":tru, \"a\":1}\")",
          CallByName(json, u"Parse", CallKind::kMethod, {Value(u"{\"a\":tru, \"a\":1}")}));
     std::printf("  ParseError:\n%s",
