@@ -26,8 +26,6 @@ extern char** environ;
 
 namespace kestrel::testing {
 
-inline constexpr const char* kSendmail = "/usr/sbin/sendmail";
-
 // One message as the server's handler wrote it down.
 struct ReceivedMessage {
   std::string mail_from;
@@ -47,6 +45,37 @@ inline std::string FromHex(const std::string& hex) {
   for (size_t i = 0; i + 1 < hex.size(); i += 2)
     out += static_cast<char>(digit(hex[i]) * 16 + digit(hex[i + 1]));
   return out;
+}
+
+inline std::vector<ReceivedMessage> ReadMessages(const TempFolder& folder_) {
+  std::vector<ReceivedMessage> out;
+  for (int n = 1;; ++n) {
+    char name[16];
+    std::snprintf(name, sizeof name, "%04d.msg", n);
+    std::ifstream in(folder_.File(name));
+    if (!in) return out;
+    ReceivedMessage m;
+    for (std::string line; std::getline(in, line);) {
+      const size_t space = line.find(' ');
+      const std::string key = line.substr(0, space);
+      const std::string rest = space == std::string::npos ? "" : line.substr(space + 1);
+      if (key == "mail_from") {
+        m.mail_from = rest;
+      } else if (key == "rcpt_to") {
+        m.rcpt_to.push_back(rest);
+      } else if (key == "header") {
+        const size_t gap = rest.find(' ');
+        m.headers[rest.substr(0, gap)] = gap == std::string::npos ? "" : rest.substr(gap + 1);
+      } else if (key == "body") {
+        m.body = FromHex(rest);
+      } else if (key == "attachment") {
+        const size_t a = rest.find('|'), b = rest.find('|', a + 1);
+        m.attachments.push_back(
+            {rest.substr(0, a), rest.substr(a + 1, b - a - 1), FromHex(rest.substr(b + 1))});
+      }
+    }
+    out.push_back(std::move(m));
+  }
 }
 
 class SmtpServer {
@@ -80,36 +109,7 @@ class SmtpServer {
 
   std::string Url() const { return "smtp://127.0.0.1:" + std::to_string(port_); }
 
-  std::vector<ReceivedMessage> Messages() const {
-    std::vector<ReceivedMessage> out;
-    for (int n = 1;; ++n) {
-      char name[16];
-      std::snprintf(name, sizeof name, "%04d.msg", n);
-      std::ifstream in(folder_.File(name));
-      if (!in) return out;
-      ReceivedMessage m;
-      for (std::string line; std::getline(in, line);) {
-        const size_t space = line.find(' ');
-        const std::string key = line.substr(0, space);
-        const std::string rest = space == std::string::npos ? "" : line.substr(space + 1);
-        if (key == "mail_from") {
-          m.mail_from = rest;
-        } else if (key == "rcpt_to") {
-          m.rcpt_to.push_back(rest);
-        } else if (key == "header") {
-          const size_t gap = rest.find(' ');
-          m.headers[rest.substr(0, gap)] = gap == std::string::npos ? "" : rest.substr(gap + 1);
-        } else if (key == "body") {
-          m.body = FromHex(rest);
-        } else if (key == "attachment") {
-          const size_t a = rest.find('|'), b = rest.find('|', a + 1);
-          m.attachments.push_back(
-              {rest.substr(0, a), rest.substr(a + 1, b - a - 1), FromHex(rest.substr(b + 1))});
-        }
-      }
-      out.push_back(std::move(m));
-    }
-  }
+  std::vector<ReceivedMessage> Messages() const { return ReadMessages(folder_); }
 
  private:
   TempFolder folder_;

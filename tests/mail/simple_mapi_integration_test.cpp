@@ -178,10 +178,45 @@ TEST(SimpleMapiIntegration, SessionsAndConfiguration) {
   EXPECT_EQ(MAPILogoff(a, 0, 0, 0), SUCCESS_SUCCESS);
   EXPECT_EQ(MAPILogoff(b, 0, 0, 0), SUCCESS_SUCCESS);
 
-  if (::access(kestrel::testing::kSendmail, X_OK) == 0) GTEST_SKIP() << "sendmail is installed";
+  // No server and no sendmail: no way to send.
+  ::setenv("KESTREL_MAIL_SENDMAIL", "/nonexistent/sendmail", 1);
   MailConfig empty("[SMTP]\r\nFrom=me@example.com\r\n");
   EXPECT_EQ(MAPILogon(0, nullptr, nullptr, 0, 0, &a), MAPI_E_LOGON_FAILURE);
   EXPECT_EQ(MAPISendMail(0, 0, d.Record(), 0, 0), MAPI_E_LOGON_FAILURE);
+  ::unsetenv("KESTREL_MAIL_SENDMAIL");
+}
+
+TEST(SimpleMapiIntegration, WithoutAServerTheLocalSendmailTakesTheMessage) {
+  TempFolder out;
+  const std::string sendmail = out.File("sendmail");
+  std::ofstream(sendmail) << "#!/bin/sh\nexec /usr/bin/python3 " KESTREL_MAIL_TEST_DIR
+                             "/smtp_server.py --sendmail "
+                          << out.path() << " \"$@\"\n";
+  std::filesystem::permissions(sendmail, std::filesystem::perms::owner_all);
+  ::setenv("KESTREL_MAIL_SENDMAIL", sendmail.c_str(), 1);
+  MailConfig config("[SMTP]\r\nFrom=me@example.com\r\n");
+  Draft d;
+  d.To(MAPI_TO, "Ann", "ann@example.com")
+      .To(MAPI_BCC, "", "dora@example.com")
+      .Attach(WriteFile(out, "data", AllBytes()),
+              "donn\xe9"
+              "es.bin");
+  EXPECT_EQ(MAPISendMail(0, 0, d.Record("Caf\xe9", "Body\r\n"), 0, 0), SUCCESS_SUCCESS);
+  ::unsetenv("KESTREL_MAIL_SENDMAIL");
+
+  const auto received = testing::ReadMessages(out);
+  ASSERT_EQ(received.size(), 1u);
+  const auto& m = received[0];
+  EXPECT_EQ(m.mail_from, "me@example.com");
+  EXPECT_EQ(m.rcpt_to, (std::vector<std::string>{"ann@example.com", "dora@example.com"}));
+  EXPECT_EQ(m.headers.at("Bcc"), "dora@example.com");  // sendmail -t takes it out
+  EXPECT_EQ(m.headers.at("Subject"), "Caf\xc3\xa9");
+  EXPECT_EQ(Lf(m.body), "Body\n");
+  ASSERT_EQ(m.attachments.size(), 1u);
+  EXPECT_EQ(m.attachments[0].name,
+            "donn\xc3\xa9"
+            "es.bin");
+  EXPECT_EQ(m.attachments[0].bytes, AllBytes());
 }
 
 TEST(SimpleMapiIntegration, LargeBodyAndThousandRecipientsArriveWhole) {

@@ -1,6 +1,8 @@
 """SMTP server for the mail tests: aiosmtpd on 127.0.0.1 at a free port.
 
 Usage: smtp_server.py OUTPUT_FOLDER
+       smtp_server.py --sendmail OUTPUT_FOLDER -t -i    (a stand-in sendmail:
+       one message from standard input, recipients from its headers)
 
 Writes the port to OUTPUT_FOLDER/port once it listens, then every message
 it accepts to OUTPUT_FOLDER/NNNN.msg as lines the tests read back:
@@ -18,6 +20,7 @@ Stops on SIGTERM.
 import asyncio
 import email
 import email.policy
+import email.utils
 import os
 import signal
 import sys
@@ -25,9 +28,10 @@ import warnings
 
 from aiosmtpd.smtp import SMTP, AuthResult
 
-OUTPUT = sys.argv[1]
+SENDMAIL = sys.argv[1] == "--sendmail"
+OUTPUT = sys.argv[2] if SENDMAIL else sys.argv[1]
 # aiosmtpd warns about its own use of a deprecated session field.
-warnings.simplefilter("ignore", DeprecationWarning)
+warnings.simplefilter("ignore")
 
 
 def write_atomically(name, text):
@@ -52,22 +56,36 @@ class Handler:
         return "250 OK"
 
     async def handle_DATA(self, server, session, envelope):
-        message = email.message_from_bytes(envelope.content, policy=email.policy.default)
-        lines = ["mail_from " + envelope.mail_from]
-        lines += ["rcpt_to " + r for r in envelope.rcpt_tos]
-        for name in ("From", "To", "Cc", "Bcc", "Subject", "Date", "Message-ID"):
-            if message.get(name) is not None:
-                lines.append("header %s %s" % (name, one_line(message.get(name))))
-        body = message.get_body(("plain",))
-        text = body.get_content() if body is not None else ""
-        lines.append("body " + text.encode("utf-8").hex())
-        for part in message.iter_attachments():
-            data = part.get_payload(decode=True) or b""
-            lines.append("attachment %s|%s|%s" % (part.get_filename(), part.get_content_type(),
-                                                  data.hex()))
         self.count += 1
-        write_atomically("%04d.msg" % self.count, "\n".join(lines) + "\n")
+        write_atomically("%04d.msg" % self.count,
+                         summary(envelope.content, envelope.mail_from, envelope.rcpt_tos))
         return "250 Message accepted"
+
+
+def summary(content, mail_from, rcpt_tos):
+    message = email.message_from_bytes(content, policy=email.policy.default)
+    lines = ["mail_from " + mail_from]
+    lines += ["rcpt_to " + r for r in rcpt_tos]
+    for name in ("From", "To", "Cc", "Bcc", "Subject", "Date", "Message-ID"):
+        if message.get(name) is not None:
+            lines.append("header %s %s" % (name, one_line(message.get(name))))
+    body = message.get_body(("plain",))
+    text = body.get_content() if body is not None else ""
+    lines.append("body " + text.encode("utf-8").hex())
+    for part in message.iter_attachments():
+        data = part.get_payload(decode=True) or b""
+        lines.append("attachment %s|%s|%s" % (part.get_filename(), part.get_content_type(),
+                                              data.hex()))
+    return "\n".join(lines) + "\n"
+
+
+def sendmail():
+    content = sys.stdin.buffer.read()
+    message = email.message_from_bytes(content, policy=email.policy.default)
+    mail_from = email.utils.parseaddr(message.get("From", ""))[1]
+    rcpt_tos = [a for _, a in email.utils.getaddresses(
+        [str(message.get(h)) for h in ("To", "Cc", "Bcc") if message.get(h) is not None])]
+    write_atomically("0001.msg", summary(content, mail_from, rcpt_tos))
 
 
 def authenticate(server, session, envelope, mechanism, auth_data):
@@ -90,4 +108,7 @@ async def main():
     server.close()
 
 
-asyncio.run(main())
+if SENDMAIL:
+    sendmail()
+else:
+    asyncio.run(main())

@@ -36,6 +36,12 @@ std::string HomeFolder() {
 
 }  // namespace
 
+std::string SendmailPath() {
+  if (const char* named = std::getenv("KESTREL_MAIL_SENDMAIL"); named != nullptr && *named != '\0')
+    return named;
+  return "/usr/sbin/sendmail";
+}
+
 std::string ConfigPath() {
   if (const char* named = std::getenv("KESTREL_MAIL_CONFIG"); named != nullptr && *named != '\0')
     return named;
@@ -52,7 +58,7 @@ std::optional<Config> LoadConfig() {
   c.user = Setting(path, u"User");
   c.password = Setting(path, u"Password");
   c.from = Setting(path, u"From");
-  if (c.url.empty() && ::access(kSendmailPath, X_OK) != 0) return std::nullopt;
+  if (c.url.empty() && ::access(SendmailPath().c_str(), X_OK) != 0) return std::nullopt;
   return c;
 }
 

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <random>
 #include <string>
@@ -48,7 +49,39 @@ bool NeedsEncoding(std::string_view text) {
   return false;
 }
 
+std::string RfcParameter(const std::string& name) {
+  // RFC 2231: UTF-8'' followed by the name percent-encoded.
+  std::string out = "UTF-8''";
+  for (const char c : name) {
+    const auto u = static_cast<unsigned char>(c);
+    if ((u >= 'a' && u <= 'z') || (u >= 'A' && u <= 'Z') || (u >= '0' && u <= '9') ||
+        std::strchr("!#$&+-.^_`|~", c) != nullptr) {
+      out += c;
+    } else {
+      static constexpr char kHex[] = "0123456789ABCDEF";
+      out += '%';
+      out += kHex[u >> 4];
+      out += kHex[u & 15];
+    }
+  }
+  return out;
+}
+
 }  // namespace
+
+bool IsPlainFileName(const std::string& name) {
+  for (const char c : name) {
+    const auto u = static_cast<unsigned char>(c);
+    if (u < 0x20 || u >= 0x7F || c == '"' || c == '\\') return false;
+  }
+  return true;
+}
+
+std::string DispositionHeader(const std::string& file_name) {
+  if (IsPlainFileName(file_name))
+    return "Content-Disposition: attachment; filename=\"" + file_name + "\"";
+  return "Content-Disposition: attachment; filename*=" + RfcParameter(file_name);
+}
 
 std::string EncodeHeaderText(const std::string& utf8) {
   if (!NeedsEncoding(utf8)) return utf8;

@@ -27,8 +27,9 @@ std::string ConfigPath();
 // configured and no local sendmail.
 std::optional<Config> LoadConfig();
 
-// The local mail submission program used without a configured server.
-inline constexpr const char* kSendmailPath = "/usr/sbin/sendmail";
+// The local mail submission program used without a configured server:
+// /usr/sbin/sendmail, or the program KESTREL_MAIL_SENDMAIL names.
+std::string SendmailPath();
 
 struct Address {
   std::string name;     // UTF-8 display name, may be empty
@@ -65,6 +66,10 @@ std::optional<std::string> ParseAddress(const char* text);
 std::string EncodeHeaderText(const std::string& utf8);  // RFC 2047 when needed
 std::string FormatMailbox(const Address& a);
 std::string ContentTypeFor(const std::string& file_name);
+// Whether a file name can stand in quotes as it is (printable ASCII).
+bool IsPlainFileName(const std::string& name);
+// "Content-Disposition: attachment; filename..." for an attachment.
+std::string DispositionHeader(const std::string& file_name);
 std::string DateHeaderValue();
 std::string NewMessageId(const std::string& from_address);
 // The sender's address: the originator's, else the configured one, else

@@ -66,7 +66,7 @@ std::string Serialise(const Outgoing& m, const Address& sender) {
   out += "Content-Transfer-Encoding: base64\r\n\r\n" + Base64Lines(m.body);
   for (const File& f : m.files) {
     out += "--" + boundary + "\r\nContent-Type: " + f.content_type + "\r\n";
-    out += "Content-Disposition: attachment; filename=\"" + EncodeHeaderText(f.name) + "\"\r\n";
+    out += DispositionHeader(f.name) + "\r\n";
     out += "Content-Transfer-Encoding: base64\r\n\r\n" + Base64Lines(f.content);
   }
   return out + "--" + boundary + "--\r\n";
@@ -81,10 +81,10 @@ ULONG SendWithSendmail(const Config& config, const Outgoing& m) {
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, pipe_fds[0], STDIN_FILENO);
-  char* argv[] = {const_cast<char*>(kSendmailPath), const_cast<char*>("-t"),
-                  const_cast<char*>("-i"), nullptr};
+  std::string program = SendmailPath();
+  char* argv[] = {program.data(), const_cast<char*>("-t"), const_cast<char*>("-i"), nullptr};
   pid_t pid = 0;
-  const int spawned = ::posix_spawn(&pid, kSendmailPath, &actions, nullptr, argv, environ);
+  const int spawned = ::posix_spawn(&pid, program.c_str(), &actions, nullptr, argv, environ);
   posix_spawn_file_actions_destroy(&actions);
   ::close(pipe_fds[0]);
   if (spawned != 0) {

@@ -38,32 +38,6 @@ std::string AddressHeader(const char* name, const std::vector<Address>& list) {
   return line;
 }
 
-std::string RfcParameter(const std::string& name) {
-  // RFC 2231: UTF-8'' followed by the name percent-encoded.
-  std::string out = "UTF-8''";
-  for (const char c : name) {
-    const auto u = static_cast<unsigned char>(c);
-    if ((u >= 'a' && u <= 'z') || (u >= 'A' && u <= 'Z') || (u >= '0' && u <= '9') ||
-        std::strchr("!#$&+-.^_`|~", c) != nullptr) {
-      out += c;
-    } else {
-      static constexpr char kHex[] = "0123456789ABCDEF";
-      out += '%';
-      out += kHex[u >> 4];
-      out += kHex[u & 15];
-    }
-  }
-  return out;
-}
-
-bool IsPlainFileName(const std::string& name) {
-  for (const char c : name) {
-    const auto u = static_cast<unsigned char>(c);
-    if (u < 0x20 || u >= 0x7F || c == '"' || c == '\\') return false;
-  }
-  return true;
-}
-
 // The codes of a failed transfer. libcurl reports a refused MAIL FROM and a
 // refused RCPT TO with the same code; its message tells them apart.
 ULONG ResultOf(CURLcode code, const char* error) {
@@ -131,9 +105,7 @@ ULONG SendSmtp(const Config& config, const Outgoing& m) {
     } else {
       // libcurl would quote the raw bytes; a name beyond plain ASCII is
       // written the way mail readers decode it.
-      curl_slist* part_headers = curl_slist_append(
-          nullptr, ("Content-Disposition: attachment; filename*=" + RfcParameter(f.name)).c_str());
-      curl_mime_headers(part, part_headers, 1);
+      curl_mime_headers(part, curl_slist_append(nullptr, DispositionHeader(f.name).c_str()), 1);
     }
   }
 
