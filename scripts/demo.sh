@@ -25,7 +25,7 @@ for name in sorted(glob.glob(sys.argv[1] + "/*.msg")):
         key, _, rest = line.rstrip("\n").partition(" ")
         if key == "body":
             rest = bytes.fromhex(rest).decode("utf-8").replace("\r\n", "\n").rstrip("\n")
-            rest = rest.replace("\n", "\n       ")
+            rest = rest.replace("\n", "\n" + " " * 13)
         elif key == "attachment":
             file_name, content_type, data = rest.split("|")
             rest = "%s (%s): %s" % (file_name, content_type, data)
