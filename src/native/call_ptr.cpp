@@ -80,12 +80,17 @@ int64_t CallPTR::CallFunction() {
   if (type == mcCallCOMSub)
     return nd::CallWords(function, ConventionOf(type), words_.data(), words_.size());
 
-  // The out-pointer rides behind the arguments for this call only.
+  // The out-pointer rides behind the arguments for this call only, even
+  // when the callee unwinds through us.
+  struct DropOutPointer {
+    std::vector<intptr_t>& words;
+    ~DropOutPointer() { words.pop_back(); }
+  };
   result_holder_ = 0;
   words_.push_back(reinterpret_cast<intptr_t>(&result_holder_));
-  const intptr_t status = nd::CallWords(function, ConventionOf(type), words_.data(), words_.size());
-  words_.pop_back();
-  h_result_ = static_cast<int32_t>(status);
+  const DropOutPointer drop{words_};
+  h_result_ = static_cast<int32_t>(
+      nd::CallWords(function, ConventionOf(type), words_.data(), words_.size()));
   return result_holder_;
 }
 

@@ -154,6 +154,8 @@ TEST(CallPTR, ErrorsCarryTheirSourceAndDescription) {
          c.CallFunction();
        },
        "-2147221504 clsCallFunction.CallFunction: Cannot call Null COM object"},
+      {"method table without object", [](CallPTR& c) { c.MethodAddress(0); },
+       "-2147221504 clsCallFunction.MethodAddress: Cannot call Null COM object"},
       {"object function without object, by name",
        [](CallPTR& c) {
          c.SetCallType(mcCallCOMFunction);

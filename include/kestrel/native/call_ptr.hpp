@@ -111,7 +111,9 @@ class KESTREL_API CallPTR : public Dispatchable<CallPTR> {
 
   // Why the last failed load failed (the loader's text); "" until one fails.
   const std::u16string& LastLoadError() const noexcept { return last_load_error_; }
-  // Entry `index` (0-based) of ObjectPointer's method table.
+  // Entry `index` (0-based) of ObjectPointer's method table. ObjectPointer 0
+  // raises "Cannot call Null COM object" (source
+  // "clsCallFunction.MethodAddress"), a negative index 5.
   int64_t MethodAddress(int32_t index) const;
 
   static const DispatchTable<CallPTR>& Dispatch();
