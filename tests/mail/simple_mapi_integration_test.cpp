@@ -140,6 +140,8 @@ TEST(SimpleMapiIntegration, EachFailureHasItsCodeAndSendsNothing) {
        SmtpIni("smtp://127.0.0.1:" + std::to_string(testing::ClosedPort())),
        {},
        MAPI_E_NETWORK_FAILURE},
+      // Never in clear text when TLS is asked for and the server has none.
+      {"StartTLS refused", SmtpIni(server.Url(), "StartTLS=1\r\n"), {}, MAPI_E_FAILURE},
   };
   rows[0].draft.To(MAPI_TO, "", "ann@example.com").Attach(file).Attach(files.File("none"));
   rows[1].draft.To(MAPI_TO, "", "ann@example.com").Attach(files.path());
@@ -149,6 +151,7 @@ TEST(SimpleMapiIntegration, EachFailureHasItsCodeAndSendsNothing) {
   rows[5].draft.To(MAPI_ORIG, "", "ann@example.com");
   rows[7].draft.To(MAPI_TO, "", "ann@example.com");
   rows[8].draft.To(MAPI_TO, "", "ann@example.com");
+  rows[9].draft.To(MAPI_TO, "", "ann@example.com");
   for (Row& r : rows) {
     SCOPED_TRACE(r.what);
     MailConfig config(r.ini);

@@ -21,17 +21,17 @@ import asyncio
 import email
 import email.policy
 import email.utils
+import logging
 import os
 import signal
 import sys
-import warnings
 
 from aiosmtpd.smtp import SMTP, AuthResult
 
 SENDMAIL = sys.argv[1] == "--sendmail"
 OUTPUT = sys.argv[2] if SENDMAIL else sys.argv[1]
-# aiosmtpd warns about its own use of a deprecated session field.
-warnings.simplefilter("ignore")
+# aiosmtpd logs a warning about its own use of a deprecated session field.
+logging.getLogger("mail.log").setLevel(logging.ERROR)
 
 
 def write_atomically(name, text):
