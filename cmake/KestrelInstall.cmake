@@ -12,6 +12,9 @@ if(TARGET kestrel_qt)
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
+# The mail provider, beside libkestrel, which loads it from its own folder.
+install(TARGETS kestrel_mapi EXPORT KestrelTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/kestrel
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 

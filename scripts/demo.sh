@@ -5,7 +5,33 @@ cd "$(dirname "$0")/.."
 scripts/install-deps.sh
 cmake --preset default >/dev/null
 cmake --build --preset default --target kestrel_demo
+# Mail: a local aiosmtpd server receives what the demo sends through MAPI32;
+# the provider finds it through its configuration file.
+mail_demo_dir=$(mktemp -d)
+/usr/bin/python3 tests/mail/smtp_server.py "$mail_demo_dir" &
+mail_demo_pid=$!
+trap 'kill "$mail_demo_pid" 2>/dev/null || true; rm -rf "$mail_demo_dir"' EXIT
+while [ ! -s "$mail_demo_dir/port" ]; do sleep 0.1; done
+printf '[SMTP]\r\nUrl=smtp://127.0.0.1:%s\r\nFrom=Kestrel Demo <demo@kestrel.test>\r\n' \
+  "$(cat "$mail_demo_dir/port")" > "$mail_demo_dir/mail.ini"
+export KESTREL_MAIL_CONFIG="$mail_demo_dir/mail.ini"
 build/default/examples/kestrel_demo
+echo
+echo "What the SMTP server received:"
+/usr/bin/python3 - "$mail_demo_dir" <<'PYTHON'
+import glob, sys
+for name in sorted(glob.glob(sys.argv[1] + "/*.msg")):
+    for line in open(name, encoding="utf-8"):
+        key, _, rest = line.rstrip("\n").partition(" ")
+        if key == "body":
+            rest = bytes.fromhex(rest).decode("utf-8").replace("\r\n", "\n").rstrip("\n")
+            rest = rest.replace("\n", "\n" + " " * 13)
+        elif key == "attachment":
+            file_name, content_type, data = rest.split("|")
+            rest = "%s (%s): %s" % (file_name, content_type, data)
+        print("  %-10s %s" % (key, rest))
+PYTHON
+kill "$mail_demo_pid" 2>/dev/null || true
 
 # The same library from Python, through the kestrel package (examples/python_demo.py).
 KESTREL_LIBRARY=build/default/libkestrel.so /usr/bin/python3 examples/python_demo.py
