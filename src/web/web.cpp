@@ -64,29 +64,36 @@ MultiformPost::MultiformPost() {
 }
 
 void MultiformPost::NewRequest() {
-  body_.clear();
+  parts_.clear();
   boundary_ = u"----" + GlobalInstance<GUIDGenerator>().GenerateGUID();
   content_type_ = u"multipart/form-data; boundary=" + boundary_;
 }
 
-void MultiformPost::AppendPartHeader(std::u16string_view field_name) {
-  body_ += u"--";
-  body_ += boundary_;
-  body_ += kCrLf;
-  body_ += kDisposition;
-  body_ += field_name;
-  body_ += u'"';
+std::u16string MultiformPost::PartHeader(std::u16string_view field_name) const {
+  std::u16string text;
+  text += u"--";
+  text += boundary_;
+  text += kCrLf;
+  text += kDisposition;
+  text += field_name;
+  text += u'"';
+  return text;
+}
+
+std::u16string MultiformPost::Closing() const {
+  return u"--" + boundary_ + u"--" + std::u16string(kCrLf);
 }
 
 void MultiformPost::AddField(std::u16string_view field_name, const Value& value) {
-  // Converted before anything is appended, so a value that cannot become
-  // text leaves the body as it was.
+  // Converted before anything is added, so a value that cannot become text
+  // leaves the body as it was.
   const std::u16string text = value.IsNull() ? std::u16string() : runtime::ToText(value);
-  AppendPartHeader(field_name);
-  body_ += kCrLf;
-  body_ += kCrLf;
-  body_ += text;
-  body_ += kCrLf;
+  Part part{PartHeader(field_name), Value()};
+  part.text += kCrLf;
+  part.text += kCrLf;
+  part.text += text;
+  part.text += kCrLf;
+  parts_.push_back(std::move(part));
 }
 
 void MultiformPost::AddFile(std::u16string_view field_name, std::u16string_view file_name,
@@ -95,25 +102,16 @@ void MultiformPost::AddFile(std::u16string_view field_name, std::u16string_view 
   if (content_type.empty()) content_type = kDefaultContentType;
   if (upload_as_file_name.empty()) upload_as_file_name = fs.FileName(file_name);
 
-  const Value bytes = fs.ReadBinaryFile(Value(file_name));
-  const std::span<const uint8_t> data = bytes.Bytes();
-
-  AppendPartHeader(field_name);
-  body_ += u"; filename=\"";
-  body_ += upload_as_file_name;
-  body_ += u'"';
-  body_ += kCrLf;
-  body_ += u"Content-Type: ";
-  body_ += content_type;
-  body_ += kCrLf;
-  body_ += kCrLf;
-  // One character per byte, decoded in place at the end of the body: no
-  // intermediate string for what may be a large file.
-  const size_t at = body_.size();
-  body_.resize(at + data.size());
-  runtime::DecodeAnsi(std::string_view(reinterpret_cast<const char*>(data.data()), data.size()),
-                      &body_[at]);
-  body_ += kCrLf;
+  Part part{PartHeader(field_name), fs.ReadBinaryFile(Value(file_name))};
+  part.text += u"; filename=\"";
+  part.text += upload_as_file_name;
+  part.text += u'"';
+  part.text += kCrLf;
+  part.text += u"Content-Type: ";
+  part.text += content_type;
+  part.text += kCrLf;
+  part.text += kCrLf;
+  parts_.push_back(std::move(part));
 }
 
 void MultiformPost::AddFile(std::u16string_view field_name, std::u16string_view file_name) {
@@ -122,19 +120,54 @@ void MultiformPost::AddFile(std::u16string_view field_name, std::u16string_view 
   AddFile(field_name, file_name, upload_as_file_name, content_type);
 }
 
+// Characters of the parts, which are also the bytes they become.
+size_t MultiformPost::ContentSize() const {
+  size_t size = 0;
+  for (const Part& part : parts_) {
+    size += part.text.size();
+    if (part.file.IsArray()) size += part.file.Bytes().size() + kCrLf.size();
+  }
+  return size;
+}
+
 std::u16string MultiformPost::Content() const {
+  const std::u16string closing = Closing();
+  const size_t size = ContentSize() + closing.size();
   std::u16string content;
-  content.reserve(body_.size() + boundary_.size() + 6);
-  content += body_;
-  content += u"--";
-  content += boundary_;
-  content += u"--";
-  content += kCrLf;
+  content.reserve(size);
+  for (const Part& part : parts_) {
+    content += part.text;
+    if (part.file.IsArray()) {
+      const std::span<const uint8_t> bytes = part.file.Bytes();
+      const size_t at = content.size();
+      content.resize(at + bytes.size());
+      runtime::DecodeAnsi(
+          std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()),
+          &content[at]);
+      content += kCrLf;
+    }
+  }
+  content += closing;
   return content;
 }
 
 std::u16string MultiformPost::Post(std::u16string_view url) {
-  const std::string bytes = runtime::ToAnsi(Content());
+  // The content through the ANSI code page: texts encoded, file bytes as
+  // they are (decoding them to text and encoding that gives every byte
+  // back), all in one buffer sent as it is.
+  std::string bytes;
+  const std::u16string closing = Closing();
+  const size_t size = ContentSize() + closing.size();
+  bytes.reserve(size);
+  for (const Part& part : parts_) {
+    bytes += runtime::ToAnsi(part.text);
+    if (part.file.IsArray()) {
+      const std::span<const uint8_t> file = part.file.Bytes();
+      bytes.append(reinterpret_cast<const char*>(file.data()), file.size());
+      bytes += "\r\n";
+    }
+  }
+  bytes += runtime::ToAnsi(closing);
 
   auto request = NewHttpRequest();
   request->Open(u"POST", url, false);

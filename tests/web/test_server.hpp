@@ -1,9 +1,9 @@
 // The Python test server (http_test_server.py) as a child process: started
 // on first use on 127.0.0.1 at a free port, terminated when the test
-// program ends. One plain HTTP and one HTTPS (self-signed) server.
+// program ends. One plain HTTP and one HTTPS (self-signed) server. The
+// benchmark and the tests share it.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <spawn.h>

@@ -7,9 +7,10 @@
 // status, 200 or not, it comes back through the by-reference status and
 // status text with the response text and no error.
 //
-// MultiformPost (creatable, Kestrel.MultiformPost) keeps the parts added so
-// far as text, one character per byte of the fixed ANSI code page, so a
-// file holding any bytes goes out unchanged. The boundary is "----" and a
+// MultiformPost (creatable, Kestrel.MultiformPost) builds the body as text
+// in the fixed ANSI code page, a file's content one character per byte, so
+// a file holding any bytes goes out unchanged (a field's text outside the
+// code page goes out as "?"). A file is read when it is added. The boundary is "----" and a
 // new GUID from GUIDGenerator (42 characters); every line ends in CR LF:
 //
 //   --<boundary>
@@ -43,6 +44,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "kestrel/frame/export.hpp"
 #include "kestrel/frame/value.hpp"
@@ -91,9 +93,21 @@ class KESTREL_API MultiformPost : public Dispatchable<MultiformPost> {
   static const DispatchTable<MultiformPost>& Dispatch();
 
  private:
-  void AppendPartHeader(std::u16string_view field_name);
+  // One part: its text, and for a file the file's bytes (a Byte array),
+  // which follow the text and are followed by CR LF. The bytes stay bytes
+  // until someone asks for the text: Content decodes them one character per
+  // byte, while Post sends them as they are, which is what encoding the
+  // decoded text would give back, without the round trip.
+  struct Part {
+    std::u16string text;
+    Value file;
+  };
 
-  std::u16string body_;
+  std::u16string PartHeader(std::u16string_view field_name) const;
+  std::u16string Closing() const;
+  size_t ContentSize() const;
+
+  std::vector<Part> parts_;
   std::u16string boundary_;
   std::u16string content_type_;
 };
