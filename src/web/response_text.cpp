@@ -55,12 +55,19 @@ bool DecodeWithIcu(const std::string& charset, std::string_view bytes, std::u16s
   UConverter* converter = ucnv_open(charset.c_str(), &status);
   if (U_FAILURE(status)) return false;
   // Unmappable or malformed input becomes U+FFFD (ICU's default callback).
-  // Every code page needs at most two UTF-16 units per input byte.
+  // Two units per byte are enough for nearly every charset; the few that
+  // can give more say how many they need, and go again.
   out.resize(bytes.size() * 2 + 2);
-  status = U_ZERO_ERROR;
-  const int32_t n = ucnv_toUChars(converter, reinterpret_cast<UChar*>(out.data()),
-                                  static_cast<int32_t>(out.size()), bytes.data(),
-                                  static_cast<int32_t>(bytes.size()), &status);
+  int32_t n = 0;
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    status = U_ZERO_ERROR;
+    ucnv_resetToUnicode(converter);
+    n = ucnv_toUChars(converter, reinterpret_cast<UChar*>(out.data()),
+                      static_cast<int32_t>(out.size()), bytes.data(),
+                      static_cast<int32_t>(bytes.size()), &status);
+    if (status != U_BUFFER_OVERFLOW_ERROR) break;
+    out.resize(static_cast<size_t>(n) + 1);
+  }
   ucnv_close(converter);
   if (U_FAILURE(status)) return false;
   out.resize(static_cast<size_t>(n));
