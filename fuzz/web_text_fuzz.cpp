@@ -1,8 +1,7 @@
 // The response-side text of an HTTP answer, as a server could send it: the
 // first line of the input is a Content-Type value and the rest the body;
 // the whole input is also read as a status line. Nothing may fail or read
-// out of bounds; the charset is no longer than the value it came from, a
-// body of more than a byte-order mark gives some text, and
+// out of bounds; the charset is no longer than the value it came from, and
 // a phrase is either taken from the line or a registered one (31 characters
 // at most).
 #include <cstdint>
@@ -26,9 +25,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::u16string text = kestrel::web::DecodeResponseText(
       std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(body.data()), body.size()),
       content_type);
-  // Every byte is read: the text cannot be empty while the body is not,
-  // unless the body is nothing but a byte-order mark.
-  if (text.empty() && body.size() > 3) std::abort();
+  // Charsets with escape sequences may turn bytes into no text at all, so
+  // there is no bound to check; the sanitizers watch every access.
+  (void)text;
 
   const std::string phrase = kestrel::web::ReasonPhraseOfStatusLine(input);
   if (phrase.size() > 31 && input.find(phrase) == std::string_view::npos) std::abort();
