@@ -175,8 +175,9 @@ class CurlHttpRequest final : public HttpRequest {
     curl_easy_setopt(h, CURLOPT_HEADERFUNCTION, &CurlHttpRequest::OnHeader);
     curl_easy_setopt(h, CURLOPT_HEADERDATA, this);
 
-    // 0 is "no limit" here and "the default" to libcurl.
-    curl_easy_setopt(h, CURLOPT_CONNECTTIMEOUT_MS, connect_ms_ > 0 ? long{connect_ms_} : LONG_MAX);
+    // 0 is "no limit" here and "the default" (300 s) to libcurl, whose
+    // longest limit is INT_MAX milliseconds (24 days).
+    curl_easy_setopt(h, CURLOPT_CONNECTTIMEOUT_MS, long{connect_ms_ > 0 ? connect_ms_ : INT_MAX});
     curl_easy_setopt(h, CURLOPT_NOPROGRESS, 0L);
     curl_easy_setopt(h, CURLOPT_XFERINFOFUNCTION, &CurlHttpRequest::OnProgress);
     curl_easy_setopt(h, CURLOPT_XFERINFODATA, this);

@@ -58,17 +58,9 @@ TEST(MultiformPost, NewFormIsTheClosingDelimiterAlone) {
   ASSERT_EQ(content.size(), 48u);
   const std::u16string b = BoundaryOf(*form);
   EXPECT_EQ(content, u"--" + b + u"--\r\n");
-  // "----{" 8-4-4-4-12 upper-case hexadecimal digits "}".
-  ASSERT_EQ(b.substr(0, 5), u"----{");
+  // "----" and a GUID in braces (GUIDGenerator's own tests check its digits).
+  EXPECT_EQ(b.substr(0, 5), u"----{");
   EXPECT_EQ(b.back(), u'}');
-  for (size_t i = 5; i < 41; ++i) {
-    const char16_t c = b[i];
-    if (i == 13 || i == 18 || i == 23 || i == 28) {
-      EXPECT_EQ(c, u'-') << i;
-    } else {
-      EXPECT_TRUE((c >= u'0' && c <= u'9') || (c >= u'A' && c <= u'F')) << i;
-    }
-  }
 
   form->AddField(u"x", Value(1));
   form->NewRequest();
