@@ -17,6 +17,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/frame/unicode.hpp"
@@ -135,7 +136,7 @@ class CurlHttpRequest final : public HttpRequest {
     if (!handle_) RaiseStandard(errors::kOutOfMemory);
     method_ = ToUtf8(method);
     url_ = target;
-    headers_.reset();
+    header_lines_.clear();
     has_content_type_ = false;
   }
 
@@ -145,7 +146,7 @@ class CurlHttpRequest final : public HttpRequest {
     // would break the message's framing.
     if (EqualsNoCase(header_name, "Content-Length")) return;
     if (EqualsNoCase(header_name, "Content-Type")) has_content_type_ = true;
-    AppendHeader(header_name + ": " + ToUtf8(value));
+    header_lines_.push_back(header_name + ": " + ToUtf8(value));
   }
 
   void Send(std::span<const uint8_t> body) override {
@@ -166,6 +167,11 @@ class CurlHttpRequest final : public HttpRequest {
     curl_easy_setopt(h, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
     SetMethod(body);
 
+    // libcurl's own additions that the request object never makes: a
+    // round trip for "Expect: 100-continue" before a large body, and a form
+    // Content-Type for a body nobody typed.
+    headers_.reset();
+    for (const std::string& line : header_lines_) AppendHeader(line);
     AppendHeader("Expect:");
     if (!has_content_type_) AppendHeader("Content-Type:");
     curl_easy_setopt(h, CURLOPT_HTTPHEADER, headers_.get());
@@ -311,6 +317,7 @@ class CurlHttpRequest final : public HttpRequest {
   }
 
   std::unique_ptr<CURL, EasyDeleter> handle_;
+  std::vector<std::string> header_lines_;
   std::unique_ptr<curl_slist, ListDeleter> headers_;
   std::string method_;
   std::string url_;
