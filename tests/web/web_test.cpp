@@ -5,6 +5,8 @@
 
 #include <cstdint>
 #include <fstream>
+#include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -138,6 +140,58 @@ TEST(MultiformPost, AddFileWritesItsDefaultsBack) {
   EXPECT_RAISES(CallByName(form.get(), u"AddFile", CallKind::kMethod, missing),
                 errors::kFileNotFound);
   EXPECT_EQ(missing[2].string(), u"none");
+}
+
+// The request object's operations, recorded; answers with `g_status`.
+std::vector<std::u16string> g_calls;
+int32_t g_status = 200;
+
+class RecordingRequest : public HttpRequest {
+ public:
+  void Open(std::u16string_view method, std::u16string_view url, bool async) override {
+    g_calls.push_back(u"Open " + std::u16string(method) + u" " + std::u16string(url) +
+                      (async ? u" async" : u" sync"));
+  }
+  void SetRequestHeader(std::u16string_view name, std::u16string_view value) override {
+    g_calls.push_back(std::u16string(name) + u": " + std::u16string(value));
+  }
+  void Send(std::span<const uint8_t> body) override {
+    g_calls.push_back(u"Send " + U16(std::to_string(body.size())));
+  }
+  int32_t Status() const override { return g_status; }
+  std::u16string StatusText() const override { return u"Teapot"; }
+  std::u16string ResponseText() const override { return u"answer"; }
+  void SetTimeouts(int32_t, int32_t, int32_t, int32_t) override {}
+};
+
+TEST(MultiformPost, DrivesTheRequestObjectThroughTheSeam) {
+  // Puts libcurl's factory back however the test ends.
+  struct Restore {
+    HttpRequestFactory previous;
+    ~Restore() {
+      SetHttpRequestFactory(previous);
+      g_status = 200;
+    }
+  } restore{SetHttpRequestFactory(
+      []() -> std::unique_ptr<HttpRequest> { return std::make_unique<RecordingRequest>(); })};
+  MultiformPost form;
+  g_calls.clear();
+  EXPECT_EQ(form.Post(u"http://host/p"), u"answer");
+  const std::vector<std::u16string> post = {
+      u"Open POST http://host/p sync",
+      u"Content-Type: multipart/form-data; boundary=" + BoundaryOf(form), u"Content-Length: 48",
+      u"Send 48"};
+  EXPECT_EQ(g_calls, post);
+
+  g_calls.clear();
+  g_status = 418;
+  int32_t status = 0;
+  std::u16string text;
+  EXPECT_EQ(GlobalInstance<WEB>().HTTPGET(u"http://host/g", &status, &text), u"answer");
+  EXPECT_EQ(g_calls, (std::vector<std::u16string>{u"Open POST http://host/g sync", u"Send 0"}));
+  EXPECT_EQ(status, 418);
+  EXPECT_EQ(text, u"Teapot");
+  EXPECT_RAISES(form.Post(u"http://host/p"), kPostFailed);
 }
 
 // --- against the test server ---------------------------------------------------------
