@@ -10,8 +10,9 @@
 // MultiformPost (creatable, Kestrel.MultiformPost) builds the body as text
 // in the fixed ANSI code page, a file's content one character per byte, so
 // a file holding any bytes goes out unchanged (a field's text outside the
-// code page goes out as "?"). A file is read when it is added. The boundary is "----" and a
-// new GUID from GUIDGenerator (42 characters); every line ends in CR LF:
+// code page goes out as "?"). A file is read whole when it is added and
+// held until NewRequest. The boundary is "----" and a new GUID from
+// GUIDGenerator (42 characters); every line ends in CR LF:
 //
 //   --<boundary>
 //   Content-Disposition: form-data; name="<field>"
