@@ -2,8 +2,10 @@
 """A small HTTP test server for the web tests, the benchmark and the demo.
 
 Listens on 127.0.0.1 at a free port, prints the port on the first line of
-its standard output, and serves until it is terminated. With --tls it
-speaks HTTPS with a freshly made self-signed certificate.
+its standard output, and serves until it is terminated (or, with
+--exit-with-stdin, until its standard input closes, so that a parent that
+dies without cleaning up leaves no server behind). With --tls it speaks
+HTTPS with a freshly made self-signed certificate.
 
 Endpoints (any method unless said):
   /echo               200: method and path, each request header, an empty
@@ -30,6 +32,7 @@ import ssl
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 import urllib.parse
 from email import policy
@@ -151,7 +154,14 @@ def self_signed_context(folder):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--tls", action="store_true")
+    parser.add_argument("--exit-with-stdin", action="store_true",
+                        help="stop when standard input closes (the parent died)")
     args = parser.parse_args()
+    if args.exit_with_stdin:
+        def watch():
+            sys.stdin.buffer.read()
+            os._exit(0)
+        threading.Thread(target=watch, daemon=True).start()
 
     server = ThreadingHTTPServer(("127.0.0.1", 0), Handler)
     server.daemon_threads = True

@@ -4,6 +4,7 @@
 // benchmark and the tests share it.
 #pragma once
 
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <spawn.h>
@@ -25,25 +26,33 @@ class TestServer {
     // Loopback never goes through a proxy, whatever the environment says.
     ::setenv("no_proxy", "127.0.0.1,localhost", 1);
     ::setenv("NO_PROXY", "127.0.0.1,localhost", 1);
-    int out[2];
-    if (::pipe(out) != 0) return;
+    // The server's stdin is a pipe only this process holds open: when the
+    // process ends in any way, even killed by a sanitizer, the server sees
+    // the end of its input and stops.
+    int out[2], input[2];
+    if (::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(input, O_CLOEXEC) != 0) return;
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-    posix_spawn_file_actions_addclose(&actions, out[0]);
+    posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
     std::string python = "/usr/bin/python3";
     std::string script = KESTREL_WEB_TEST_SERVER;
+    std::string watch = "--exit-with-stdin";
     std::string flag = "--tls";
-    char* argv[] = {python.data(), script.data(), tls ? flag.data() : nullptr, nullptr};
+    char* argv[] = {python.data(), script.data(), watch.data(), tls ? flag.data() : nullptr,
+                    nullptr};
     if (posix_spawn(&pid_, python.c_str(), &actions, nullptr, argv, environ) != 0) pid_ = -1;
     posix_spawn_file_actions_destroy(&actions);
     ::close(out[1]);
+    ::close(input[0]);
+    stdin_ = input[1];
     // The first line is the port.
     FILE* in = ::fdopen(out[0], "r");
     if (in != nullptr && std::fscanf(in, "%d", &port_) != 1) port_ = 0;
     if (in != nullptr) std::fclose(in);
   }
   ~TestServer() {
+    if (stdin_ >= 0) ::close(stdin_);
     if (pid_ > 0) {
       ::kill(pid_, SIGTERM);
       ::waitpid(pid_, nullptr, 0);
@@ -72,6 +81,7 @@ class TestServer {
  private:
   pid_t pid_ = -1;
   int port_ = 0;
+  int stdin_ = -1;
   const char* tls_scheme_ = "http";
 };
 
