@@ -73,10 +73,11 @@ int32_t RequestErrorOf(CURLcode code) {
       return request_errors::kCannotConnect;
     case CURLE_OPERATION_TIMEDOUT:
       return request_errors::kTimeout;
-    case CURLE_UNSUPPORTED_PROTOCOL:
-      return request_errors::kUnrecognizedScheme;
     case CURLE_URL_MALFORMAT:
       return request_errors::kInvalidUrl;
+    // Open has checked the scheme, so only a redirect can lead to one
+    // that is refused.
+    case CURLE_UNSUPPORTED_PROTOCOL:
     case CURLE_TOO_MANY_REDIRECTS:
       return request_errors::kRedirectFailed;
     case CURLE_PEER_FAILED_VERIFICATION:
@@ -130,7 +131,7 @@ class CurlHttpRequest final : public HttpRequest {
   void Open(std::u16string_view method, std::u16string_view url, bool asynchronous) override {
     if (asynchronous) RaiseStandard(errors::kInvalidProcedureCall);
     const std::string target = ToUtf8(url);
-    CheckUrl(target);
+    https_ = CheckUrl(target);
     InitCurlOnce();
     handle_.reset(curl_easy_init());
     if (!handle_) RaiseStandard(errors::kOutOfMemory);
@@ -159,7 +160,9 @@ class CurlHttpRequest final : public HttpRequest {
 
     curl_easy_setopt(h, CURLOPT_URL, url_.c_str());
     curl_easy_setopt(h, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(h, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+    // As the request object's default policy: https never redirects to
+    // plain http.
+    curl_easy_setopt(h, CURLOPT_REDIR_PROTOCOLS_STR, https_ ? "https" : "http,https");
     curl_easy_setopt(h, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(h, CURLOPT_MAXREDIRS, kMaxRedirects);
     curl_easy_setopt(h, CURLOPT_NOSIGNAL, 1L);
@@ -227,7 +230,8 @@ class CurlHttpRequest final : public HttpRequest {
   }
 
  private:
-  static void CheckUrl(const std::string& url) {
+  // Raises the URL errors; true for an https URL.
+  static bool CheckUrl(const std::string& url) {
     std::unique_ptr<CURLU, UrlDeleter> parsed(curl_url());
     if (!parsed) RaiseStandard(errors::kOutOfMemory);
     const CURLUcode rc = curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), 0);
@@ -237,9 +241,11 @@ class CurlHttpRequest final : public HttpRequest {
     char* scheme = nullptr;
     if (curl_url_get(parsed.get(), CURLUPART_SCHEME, &scheme, 0) != CURLUE_OK)
       RaiseRequestError(request_errors::kInvalidUrl);
-    const bool known = EqualsNoCase(scheme, "http") || EqualsNoCase(scheme, "https");
+    const bool https = EqualsNoCase(scheme, "https");
+    const bool known = https || EqualsNoCase(scheme, "http");
     curl_free(scheme);
     if (!known) RaiseRequestError(request_errors::kUnrecognizedScheme);
+    return https;
   }
 
   void AppendHeader(const std::string& line) {
@@ -321,6 +327,7 @@ class CurlHttpRequest final : public HttpRequest {
   std::unique_ptr<curl_slist, ListDeleter> headers_;
   std::string method_;
   std::string url_;
+  bool https_ = false;
   bool has_content_type_ = false;
 
   int32_t connect_ms_ = 60000;

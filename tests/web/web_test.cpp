@@ -317,6 +317,9 @@ TEST(WebIntegration, RequestFailuresRaiseTheRequestObjectsErrors) {
       {TestServer::Https().Url("/echo"), request_errors::kSecurityError,
        u"A security error occurred"},
       {TestServer::Http().Url("/loop"), request_errors::kRedirectFailed, {}},
+      {TestServer::Http().Url("/redirect/302?to=ftp://127.0.0.1/"),
+       request_errors::kRedirectFailed,
+       {}},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(ToUtf8(row.url));

@@ -11,7 +11,7 @@
 //
 // The Linux request:
 //   - follows up to 10 redirects, turning a POST into a GET on 301, 302 and
-//     303; speaks http and https only, verifying servers against the
+//     303, never from https to http; speaks http and https only, verifying servers against the
 //     system's certificate store; takes proxies from the usual environment
 //     variables (http_proxy, https_proxy, no_proxy, ...);
 //   - limits waiting as SetTimeouts says, in milliseconds (0: no limit):
@@ -36,7 +36,7 @@
 //   -2147012891 the URL is invalid
 //   -2147012866 the connection with the server was terminated abnormally
 //   -2147012721 a security error occurred (TLS, certificates)
-//   -2147012740 the redirection failed (more than 10 redirects)
+//   -2147012740 the redirection failed (more than 10, or to another scheme)
 // Open raises the URL errors, Send the others. A request object is used by
 // one thread at a time.
 //
