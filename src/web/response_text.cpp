@@ -74,6 +74,13 @@ bool DecodeWithIcu(const std::string& charset, std::string_view bytes, std::u16s
   return true;
 }
 
+// "utf-16" without a mark means little-endian on the platform, where ICU
+// would read big-endian; a mark, when there is one, still decides.
+std::string UnicodeByteOrder(const std::string& charset, std::string_view bytes) {
+  if (!EqualsNoCase(charset, "utf-16") && !EqualsNoCase(charset, "unicode")) return charset;
+  return bytes.size() >= 2 && bytes.substr(0, 2) == "\xFE\xFF" ? "UTF-16BE" : "UTF-16LE";
+}
+
 // The charset a byte-order mark announces, and the mark's length.
 std::pair<const char*, size_t> CharsetOfBom(std::string_view b) {
   if (b.size() >= 3 && b.substr(0, 3) == "\xEF\xBB\xBF") return {"UTF-8", 3};
@@ -196,7 +203,7 @@ std::u16string DecodeResponseText(std::span<const uint8_t> body, std::string_vie
   if (!charset.empty()) {
     if (IsAnsiCharset(charset)) return runtime::FromAnsi(bytes);
     std::u16string text;
-    if (DecodeWithIcu(charset, bytes, text)) {
+    if (DecodeWithIcu(UnicodeByteOrder(charset, bytes), bytes, text)) {
       // A byte-order mark is not part of the text, whichever Unicode form
       // was declared.
       if (!text.empty() && text.front() == u'\uFEFF') text.erase(0, 1);

@@ -51,6 +51,9 @@ TEST(ResponseText, DecodesByCharsetThenMarkThenUtf8) {
       // A declared Unicode form drops its byte-order mark.
       {"\xEF\xBB\xBFok", "text/plain; charset=utf-8", u"ok"},
       {std::string_view("\xFF\xFEo\0k\0", 6), "text/plain; charset=utf-16", u"ok"},
+      // Declared UTF-16 without a mark is little-endian.
+      {std::string_view("o\0k\0", 4), "text/plain; charset=UTF-16", u"ok"},
+      {std::string_view("\xFE\xFF\0o\0k", 6), "text/plain; charset=utf-16", u"ok"},
       // No charset, or one nobody knows: the mark decides, else UTF-8.
       {std::string_view("\xFF\xFEo\0k\0", 6), "text/plain; charset=no-such-set", u"ok"},
       {"\xEF\xBB\xBF\xC3\xA9", "", u"\u00E9"},

@@ -104,7 +104,8 @@ KESTREL_API std::string CharsetOfContentType(std::string_view content_type);
 
 // The body as text: by the charset the Content-Type declares (Windows-1252
 // and its aliases through the runtime's ANSI code page, others through ICU;
-// a leading byte-order mark is not text and is dropped); when none is
+// UTF-16 without a mark is little-endian; a leading byte-order mark is not
+// text and is dropped); when none is
 // declared or the name is unknown, by a byte-order mark (UTF-8, UTF-16 LE or
 // BE); otherwise as UTF-8. Bytes that do not decode become U+FFFD.
 KESTREL_API std::u16string DecodeResponseText(std::span<const uint8_t> body,
