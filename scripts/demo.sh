@@ -10,11 +10,21 @@ cmake --build --preset default --target kestrel_demo
 mail_demo_dir=$(mktemp -d)
 /usr/bin/python3 tests/mail/smtp_server.py "$mail_demo_dir" &
 mail_demo_pid=$!
-trap 'kill "$mail_demo_pid" 2>/dev/null || true; rm -rf "$mail_demo_dir"' EXIT
+web_server=""
+stop_servers() {
+  kill "$mail_demo_pid" ${web_server:+"$web_server"} 2>/dev/null || true
+  rm -rf "$mail_demo_dir"
+}
+trap stop_servers EXIT
 while [ ! -s "$mail_demo_dir/port" ]; do sleep 0.1; done
 printf '[SMTP]\r\nUrl=smtp://127.0.0.1:%s\r\nFrom=Kestrel Demo <demo@kestrel.test>\r\n' \
   "$(cat "$mail_demo_dir/port")" > "$mail_demo_dir/mail.ini"
 export KESTREL_MAIL_CONFIG="$mail_demo_dir/mail.ini"
+# The web section posts to the tests' HTTP server on a free loopback port.
+exec 3< <(/usr/bin/python3 tests/web/http_test_server.py)
+web_server=$!
+read -r web_port <&3
+export KESTREL_DEMO_WEB_URL="http://127.0.0.1:${web_port}"
 build/default/examples/kestrel_demo
 echo
 echo "What the SMTP server received:"
