@@ -10,6 +10,7 @@
 #include "kestrel/runtime/convert.hpp"
 #include "kestrel/runtime/registry.hpp"
 #include "mapi_records.hpp"
+#include "object_arg.hpp"
 
 namespace kestrel {
 
@@ -96,14 +97,7 @@ int32_t CallMapi(const std::u16string& library, std::u16string_view function,
   return Result(call.CallDLLFunctionByName(function));
 }
 
-template <class T>
-Ref<T> ObjectArg(const Value& v) {
-  if (!v.IsObject()) RaiseStandard(errors::kTypeMismatch);
-  if (v.IsNothing()) return Ref<T>();
-  T* object = dynamic_cast<T*>(v.object());
-  if (object == nullptr) RaiseStandard(errors::kTypeMismatch);
-  return Ref<T>(object);
-}
+using detail::ObjectArg;
 
 }  // namespace
 

@@ -6,6 +6,7 @@
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/runtime/convert.hpp"
 #include "kestrel/runtime/registry.hpp"
+#include "object_arg.hpp"
 
 namespace kestrel {
 
@@ -18,16 +19,7 @@ KESTREL_REGISTER_CLASS(AttachmentType, AttachmentType::kQualifiedName, Instancin
 
 namespace {
 
-// An object argument of class T, stored by reference: Nothing is stored as
-// Nothing, any other kind of value or object is a type mismatch.
-template <class T>
-Ref<T> ObjectArg(const Value& v) {
-  if (!v.IsObject()) RaiseStandard(errors::kTypeMismatch);
-  if (v.IsNothing()) return Ref<T>();
-  T* object = dynamic_cast<T*>(v.object());
-  if (object == nullptr) RaiseStandard(errors::kTypeMismatch);
-  return Ref<T>(object);
-}
+using detail::ObjectArg;
 
 // Text members of the records: get and let of a string.
 template <class C, const std::u16string& (C::*Get)() const, void (C::*Set)(std::u16string_view)>
