@@ -42,10 +42,8 @@ bool ProviderAvailable() {
 }
 
 [[noreturn]] void RaiseMapiError(int32_t code) {
-  const std::string digits = std::to_string(code);
-  std::u16string description = u"MAPI ERROR: ";
-  description.append(digits.begin(), digits.end());
-  Raise(errors::kObjectErrorBase, u"MAPI32.ComposeAndShow", description);
+  Raise(errors::kObjectErrorBase, u"MAPI32.ComposeAndShow",
+        u"MAPI ERROR: " + runtime::ToText(Value(code)));
 }
 
 struct ResultText {

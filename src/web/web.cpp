@@ -18,11 +18,6 @@ namespace {
 constexpr std::u16string_view kCrLf = u"\r\n";
 constexpr std::u16string_view kDisposition = u"Content-Disposition: form-data; name=\"";
 
-std::u16string Utf16Decimal(size_t n) {
-  const std::string digits = std::to_string(n);
-  return std::u16string(digits.begin(), digits.end());
-}
-
 }  // namespace
 
 KESTREL_REGISTER_CLASS(WEB, WEB::kQualifiedName, Instancing::kGlobal);
@@ -172,7 +167,8 @@ std::u16string MultiformPost::Post(std::u16string_view url) {
   auto request = NewHttpRequest();
   request->Open(u"POST", url, false);
   request->SetRequestHeader(u"Content-Type", content_type_);
-  request->SetRequestHeader(u"Content-Length", Utf16Decimal(bytes.size()));
+  request->SetRequestHeader(u"Content-Length",
+                            runtime::ToText(Value(static_cast<int64_t>(bytes.size()))));
   request->Send(
       std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()));
   if (request->Status() != 200) Raise(kPostFailed, u"Post", request->StatusText());
