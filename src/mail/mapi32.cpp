@@ -83,16 +83,25 @@ constexpr ResultText kResultTexts[] = {
     {999, u"MAPI No Library"},
 };
 
-// One mail call: a fresh CallPTR on the library, the arguments in order,
-// the function by name.
-int32_t CallMapi(const std::u16string& library, std::u16string_view function,
-                 std::initializer_list<int64_t> args) {
-  CallPTR call;
-  call.SetCallType(mcCallStdCall);
-  call.LoadDLL(library);
+// One mail call on a loaded library: the arguments in order, the function
+// by name.
+int32_t CallOn(CallPTR& call, std::u16string_view function, std::initializer_list<int64_t> args) {
   call.ClearParameters();
   for (const int64_t a : args) call.AddParameter(a);
   return Result(call.CallDLLFunctionByName(function));
+}
+
+CallPTR& LoadMapi(CallPTR& call, const std::u16string& library) {
+  call.SetCallType(mcCallStdCall);
+  call.LoadDLL(library);
+  return call;
+}
+
+// One mail call through a fresh CallPTR on the library.
+int32_t CallMapi(const std::u16string& library, std::u16string_view function,
+                 std::initializer_list<int64_t> args) {
+  CallPTR call;
+  return CallOn(LoadMapi(call, library), function, args);
 }
 
 using detail::ObjectArg;
@@ -152,38 +161,23 @@ bool MAPI32PTR::IsAvailable() const {
 }
 
 void MAPI32PTR::ComposeAndShow() {
+  // The three calls share one load of the library.
   CallPTR call;
-  call.SetCallType(mcCallStdCall);
-  call.LoadDLL(mapi_path_);
-
-  call.ClearParameters();
-  call.AddParameter(0);
-  call.AddParameter(strings_->AddString(profile_name_, false));
-  call.AddParameter(strings_->AddString(password_, false));
-  call.AddParameter(0);
-  call.AddParameter(0);
-  call.AddParameter(AddressOf(&session_));
-  int32_t rc = Result(call.CallDLLFunctionByName(u"MAPILogon"));
+  LoadMapi(call, mapi_path_);
+  int32_t rc = CallOn(call, u"MAPILogon",
+                      {0, strings_->AddString(profile_name_, false),
+                       strings_->AddString(password_, false), 0, 0, AddressOf(&session_)});
   if (rc != 0) RaiseMapiError(rc);
 
   // No error is caught from here on: a failure skips the steps after it and
   // leaves the session logged on, as clients of this member know it.
   const int64_t record = records_->Build(message_.get(), *strings_);
-  call.ClearParameters();
-  call.AddParameter(static_cast<int64_t>(session_));
-  call.AddParameter(0);
-  call.AddParameter(record);
-  call.AddParameter(int64_t{MAPI_LOGON_UI} | int64_t{MAPI_DIALOG});
-  call.AddParameter(0);
-  rc = Result(call.CallDLLFunctionByName(u"MAPISendMail"));
+  const auto session = static_cast<int64_t>(session_);
+  rc = CallOn(call, u"MAPISendMail",
+              {session, 0, record, int64_t{MAPI_LOGON_UI} | int64_t{MAPI_DIALOG}, 0});
   if (rc != 0 && rc != 1) RaiseMapiError(rc);  // 1: the user cancelled
 
-  call.ClearParameters();
-  call.AddParameter(static_cast<int64_t>(session_));
-  call.AddParameter(0);
-  call.AddParameter(0);
-  call.AddParameter(0);
-  rc = Result(call.CallDLLFunctionByName(u"MAPILogoff"));
+  rc = CallOn(call, u"MAPILogoff", {session, 0, 0, 0});
   if (rc != 0) RaiseMapiError(rc);
   call.UnloadDLL();
 }
