@@ -9,36 +9,12 @@
 #include <random>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "provider.hpp"
 
 namespace kestrel::mapi {
 namespace {
-
-std::string Base64(std::string_view bytes) {
-  static constexpr char kDigits[] =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string out;
-  out.reserve((bytes.size() + 2) / 3 * 4);
-  size_t i = 0;
-  for (; i + 2 < bytes.size(); i += 3) {
-    const uint32_t v = uint32_t(uint8_t(bytes[i])) << 16 | uint32_t(uint8_t(bytes[i + 1])) << 8 |
-                       uint8_t(bytes[i + 2]);
-    out += kDigits[v >> 18];
-    out += kDigits[(v >> 12) & 63];
-    out += kDigits[(v >> 6) & 63];
-    out += kDigits[v & 63];
-  }
-  if (i < bytes.size()) {
-    uint32_t v = uint32_t(uint8_t(bytes[i])) << 16;
-    if (i + 1 < bytes.size()) v |= uint32_t(uint8_t(bytes[i + 1])) << 8;
-    out += kDigits[v >> 18];
-    out += kDigits[(v >> 12) & 63];
-    out += i + 1 < bytes.size() ? kDigits[(v >> 6) & 63] : '=';
-    out += '=';
-  }
-  return out;
-}
 
 bool NeedsEncoding(std::string_view text) {
   if (text.find("=?") != std::string_view::npos) return true;
@@ -67,7 +43,71 @@ std::string RfcParameter(const std::string& name) {
   return out;
 }
 
+std::string DateHeaderValue() {
+  // Written by hand: strftime would follow the process locale's day and
+  // month names, and the header needs the English ones.
+  static constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+  static constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                            "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  const std::time_t now = std::time(nullptr);
+  std::tm tm{};
+  ::localtime_r(&now, &tm);
+  const long offset = tm.tm_gmtoff / 60;
+  const long magnitude = offset < 0 ? -offset : offset;
+  char text[64];
+  std::snprintf(text, sizeof text, "%s, %02d %s %04d %02d:%02d:%02d %c%02ld%02ld",
+                kDays[tm.tm_wday], tm.tm_mday, kMonths[tm.tm_mon], tm.tm_year + 1900, tm.tm_hour,
+                tm.tm_min, tm.tm_sec, offset < 0 ? '-' : '+', magnitude / 60, magnitude % 60);
+  return text;
+}
+
+std::string NewMessageId(const std::string& from_address) {
+  std::random_device random;
+  char id[48];
+  std::snprintf(id, sizeof id, "%08x%08x.%lx", random(), random(),
+                static_cast<unsigned long>(std::time(nullptr)));
+  const size_t at = from_address.rfind('@');
+  const std::string domain = at == std::string::npos ? "localhost" : from_address.substr(at + 1);
+  return "<" + std::string(id) + "@" + domain + ">";
+}
+
+// One address per folded line, so that a long list keeps every line short.
+std::string AddressHeader(const char* name, const std::vector<Address>& list) {
+  std::string line = name;
+  line += ": ";
+  for (size_t i = 0; i < list.size(); ++i) {
+    if (i > 0) line += ",\r\n ";
+    line += FormatMailbox(list[i]);
+  }
+  return line;
+}
+
 }  // namespace
+
+std::string Base64(std::string_view bytes) {
+  static constexpr char kDigits[] =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string out;
+  out.reserve((bytes.size() + 2) / 3 * 4);
+  size_t i = 0;
+  for (; i + 2 < bytes.size(); i += 3) {
+    const uint32_t v = uint32_t(uint8_t(bytes[i])) << 16 | uint32_t(uint8_t(bytes[i + 1])) << 8 |
+                       uint8_t(bytes[i + 2]);
+    out += kDigits[v >> 18];
+    out += kDigits[(v >> 12) & 63];
+    out += kDigits[(v >> 6) & 63];
+    out += kDigits[v & 63];
+  }
+  if (i < bytes.size()) {
+    uint32_t v = uint32_t(uint8_t(bytes[i])) << 16;
+    if (i + 1 < bytes.size()) v |= uint32_t(uint8_t(bytes[i + 1])) << 8;
+    out += kDigits[v >> 18];
+    out += kDigits[(v >> 12) & 63];
+    out += i + 1 < bytes.size() ? kDigits[(v >> 6) & 63] : '=';
+    out += '=';
+  }
+  return out;
+}
 
 bool IsPlainFileName(const std::string& name) {
   for (const char c : name) {
@@ -110,6 +150,18 @@ std::string FormatMailbox(const Address& a) {
   return quoted + "\" <" + a.address + ">";
 }
 
+std::vector<std::string> HeaderLines(const Outgoing& m, const Address& sender, bool with_bcc) {
+  std::vector<std::string> lines;
+  lines.push_back("From: " + FormatMailbox(sender));
+  if (!m.to.empty()) lines.push_back(AddressHeader("To", m.to));
+  if (!m.cc.empty()) lines.push_back(AddressHeader("Cc", m.cc));
+  if (with_bcc && !m.bcc.empty()) lines.push_back(AddressHeader("Bcc", m.bcc));
+  if (!m.subject.empty()) lines.push_back("Subject: " + EncodeHeaderText(m.subject));
+  lines.push_back("Date: " + DateHeaderValue());
+  lines.push_back("Message-ID: " + NewMessageId(sender.address));
+  return lines;
+}
+
 std::string ContentTypeFor(const std::string& file_name) {
   static constexpr std::array<std::pair<const char*, const char*>, 28> kTypes{{
       {"txt", "text/plain"},
@@ -148,34 +200,6 @@ std::string ContentTypeFor(const std::string& file_name) {
       if (::strcasecmp(e, ext.c_str()) == 0) return type;
   }
   return "application/octet-stream";
-}
-
-std::string DateHeaderValue() {
-  // Written by hand: strftime would follow the process locale's day and
-  // month names, and the header needs the English ones.
-  static constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-  static constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                            "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-  const std::time_t now = std::time(nullptr);
-  std::tm tm{};
-  ::localtime_r(&now, &tm);
-  const long offset = tm.tm_gmtoff / 60;
-  const long magnitude = offset < 0 ? -offset : offset;
-  char text[64];
-  std::snprintf(text, sizeof text, "%s, %02d %s %04d %02d:%02d:%02d %c%02ld%02ld",
-                kDays[tm.tm_wday], tm.tm_mday, kMonths[tm.tm_mon], tm.tm_year + 1900, tm.tm_hour,
-                tm.tm_min, tm.tm_sec, offset < 0 ? '-' : '+', magnitude / 60, magnitude % 60);
-  return text;
-}
-
-std::string NewMessageId(const std::string& from_address) {
-  std::random_device random;
-  char id[48];
-  std::snprintf(id, sizeof id, "%08x%08x.%lx", random(), random(),
-                static_cast<unsigned long>(std::time(nullptr)));
-  const size_t at = from_address.rfind('@');
-  const std::string domain = at == std::string::npos ? "localhost" : from_address.substr(at + 1);
-  return "<" + std::string(id) + "@" + domain + ">";
 }
 
 Address SenderOf(const Outgoing& m, const Config& config) {

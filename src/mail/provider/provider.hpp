@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "kestrel/mail/simple_mapi.h"
@@ -63,15 +64,18 @@ ULONG ReadMessage(const MapiMessage& message, bool read_content, Outgoing& out);
 std::optional<std::string> ParseAddress(const char* text);
 
 // Header pieces of the Internet message.
+std::string Base64(std::string_view bytes);             // one line, padded
 std::string EncodeHeaderText(const std::string& utf8);  // RFC 2047 when needed
 std::string FormatMailbox(const Address& a);
+// The header lines both ways out write, without line ends: From, To, Cc,
+// Bcc (only with `with_bcc`: a sendmail reading recipients from the header
+// drops the line itself), Subject, Date and Message-ID.
+std::vector<std::string> HeaderLines(const Outgoing& m, const Address& sender, bool with_bcc);
 std::string ContentTypeFor(const std::string& file_name);
 // Whether a file name can stand in quotes as it is (printable ASCII).
 bool IsPlainFileName(const std::string& name);
 // "Content-Disposition: attachment; filename..." for an attachment.
 std::string DispositionHeader(const std::string& file_name);
-std::string DateHeaderValue();
-std::string NewMessageId(const std::string& from_address);
 // The sender's address: the originator's, else the configured one, else
 // the login name at this host.
 Address SenderOf(const Outgoing& m, const Config& config);

@@ -16,50 +16,28 @@ extern char** environ;
 namespace kestrel::mapi {
 namespace {
 
-// The local sendmail takes a finished message, so it is written here: the
-// same headers as over SMTP, a multipart/mixed body with base64 parts.
+// Base64 in lines of 76 digits, each ending in CR LF, as a MIME body has it.
 std::string Base64Lines(std::string_view bytes) {
-  static constexpr char kDigits[] =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  constexpr size_t kLineLength = 76;
+  const std::string digits = Base64(bytes);
   std::string out;
-  int column = 0;
-  for (size_t i = 0; i < bytes.size(); i += 3) {
-    const size_t n = std::min<size_t>(3, bytes.size() - i);
-    uint32_t v = uint32_t(uint8_t(bytes[i])) << 16;
-    if (n > 1) v |= uint32_t(uint8_t(bytes[i + 1])) << 8;
-    if (n > 2) v |= uint8_t(bytes[i + 2]);
-    out += kDigits[v >> 18];
-    out += kDigits[(v >> 12) & 63];
-    out += n > 1 ? kDigits[(v >> 6) & 63] : '=';
-    out += n > 2 ? kDigits[v & 63] : '=';
-    if ((column += 4) == 76) {
-      out += "\r\n";
-      column = 0;
-    }
+  out.reserve(digits.size() + digits.size() / kLineLength * 2 + 2);
+  for (size_t at = 0; at < digits.size(); at += kLineLength) {
+    out.append(digits, at, kLineLength);
+    out += "\r\n";
   }
-  if (column != 0) out += "\r\n";
   return out;
 }
 
-std::string AddressLine(const char* name, const std::vector<Address>& list) {
-  std::string line = name;
-  line += ": ";
-  for (size_t i = 0; i < list.size(); ++i) line += (i ? ",\r\n " : "") + FormatMailbox(list[i]);
-  return line + "\r\n";
-}
-
+// The local sendmail takes a finished message, so it is written here: the
+// same headers as over SMTP, a multipart/mixed body with base64 parts.
 std::string Serialise(const Outgoing& m, const Address& sender) {
   std::random_device random;
   const std::string boundary =
       "=_kestrel_" + std::to_string(random()) + "_" + std::to_string(random());
-  std::string out = "From: " + FormatMailbox(sender) + "\r\n";
-  if (!m.to.empty()) out += AddressLine("To", m.to);
-  if (!m.cc.empty()) out += AddressLine("Cc", m.cc);
-  // sendmail -t takes the Bcc recipients from here and drops the header.
-  if (!m.bcc.empty()) out += AddressLine("Bcc", m.bcc);
-  if (!m.subject.empty()) out += "Subject: " + EncodeHeaderText(m.subject) + "\r\n";
-  out += "Date: " + DateHeaderValue() + "\r\n";
-  out += "Message-ID: " + NewMessageId(sender.address) + "\r\n";
+  // sendmail -t takes the Bcc recipients from the header and drops it.
+  std::string out;
+  for (const std::string& line : HeaderLines(m, sender, /*with_bcc=*/true)) out += line + "\r\n";
   out +=
       "MIME-Version: 1.0\r\nContent-Type: multipart/mixed; boundary=\"" + boundary + "\"\r\n\r\n";
   out += "--" + boundary + "\r\nContent-Type: text/plain; charset=UTF-8\r\n";

@@ -26,18 +26,6 @@ void Append(CurlPtr<curl_slist>& list, const std::string& line) {
   list.reset(grown);
 }
 
-// "To: a, b" with one address per folded line, so that a long list keeps
-// every line short.
-std::string AddressHeader(const char* name, const std::vector<Address>& list) {
-  std::string line = name;
-  line += ": ";
-  for (size_t i = 0; i < list.size(); ++i) {
-    if (i > 0) line += ",\r\n ";
-    line += FormatMailbox(list[i]);
-  }
-  return line;
-}
-
 // The codes of a failed transfer. libcurl reports a refused MAIL FROM and a
 // refused RCPT TO with the same code; its message tells them apart.
 ULONG ResultOf(CURLcode code, const char* error) {
@@ -77,14 +65,9 @@ ULONG SendSmtp(const Config& config, const Outgoing& m) {
   CURL* c = curl.get();
   const Address sender = SenderOf(m, config);
 
-  CurlPtr<curl_slist> headers;
-  Append(headers, "From: " + FormatMailbox(sender));
-  if (!m.to.empty()) Append(headers, AddressHeader("To", m.to));
-  if (!m.cc.empty()) Append(headers, AddressHeader("Cc", m.cc));
   // Bcc recipients are only in the envelope.
-  if (!m.subject.empty()) Append(headers, "Subject: " + EncodeHeaderText(m.subject));
-  Append(headers, "Date: " + DateHeaderValue());
-  Append(headers, "Message-ID: " + NewMessageId(sender.address));
+  CurlPtr<curl_slist> headers;
+  for (const std::string& line : HeaderLines(m, sender, /*with_bcc=*/false)) Append(headers, line);
 
   CurlPtr<curl_slist> recipients;
   for (const auto* list : {&m.to, &m.cc, &m.bcc})
