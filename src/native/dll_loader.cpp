@@ -21,7 +21,7 @@ int64_t DllLoader::LoadDLL(std::u16string_view name, std::u16string_view path) {
     if (dll.name == name) return reinterpret_cast<intptr_t>(dll.module);
   void* module = nd::OpenLibrary(ToUtf8(path), last_load_error_);
   if (module == nullptr) return 0;
-  dlls_.push_back(DllInfo{std::u16string(name), std::u16string(path), module});
+  dlls_.push_back(DllInfo{std::u16string(name), module});
   return reinterpret_cast<intptr_t>(module);
 }
 

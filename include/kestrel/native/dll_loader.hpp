@@ -53,7 +53,6 @@ class KESTREL_API DllLoader : public Dispatchable<DllLoader> {
  private:
   struct DllInfo {
     std::u16string name;
-    std::u16string path;
     void* module;
   };
   std::vector<DllInfo> dlls_;
