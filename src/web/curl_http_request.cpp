@@ -19,6 +19,7 @@
 #include <string_view>
 #include <vector>
 
+#include "ascii_case.hpp"
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/frame/unicode.hpp"
 #include "kestrel/web/http_request.hpp"
@@ -115,16 +116,7 @@ struct UrlDeleter {
   void operator()(CURLU* url) const noexcept { curl_url_cleanup(url); }
 };
 
-bool EqualsNoCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    char x = a[i], y = b[i];
-    if (x >= 'A' && x <= 'Z') x = static_cast<char>(x - 'A' + 'a');
-    if (y >= 'A' && y <= 'Z') y = static_cast<char>(y - 'A' + 'a');
-    if (x != y) return false;
-  }
-  return true;
-}
+using detail::EqualsNoCase;
 
 class CurlHttpRequest final : public HttpRequest {
  public:

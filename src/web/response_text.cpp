@@ -13,6 +13,7 @@
 #include <string_view>
 #include <utility>
 
+#include "ascii_case.hpp"
 #include "kestrel/frame/unicode.hpp"
 #include "kestrel/runtime/encoding.hpp"
 #include "kestrel/web/http_request.hpp"
@@ -24,14 +25,7 @@ bool IsBlank(char c) {
   return c == ' ' || c == '\t';
 }
 
-char Lower(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool EqualsNoCase(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(),
-                                            [](char x, char y) { return Lower(x) == Lower(y); });
-}
+using detail::EqualsNoCase;
 
 std::string_view TrimBlanks(std::string_view s) {
   while (!s.empty() && IsBlank(s.front())) s.remove_prefix(1);
