@@ -12,27 +12,21 @@
 #include <QToolTip>
 #include <memory>
 
+#include "conversions.hpp"
 #include "kestrel/forms/events.hpp"
 #include "kestrel/qt/widgets.hpp"
-#include "kestrel/runtime/encoding.hpp"
 
 namespace kestrel::qt {
 
 namespace {
 
+using detail::FromAnsi;
+using detail::FromBgr;
+
 constexpr int kPadding = 6;
 constexpr int kIconSize = 16;
 constexpr int kRadius = 8;
 constexpr int kPointerHeight = 10;  // the balloon's pointer towards the tool
-
-QString FromAnsi(std::string_view bytes) {
-  std::u16string text = runtime::FromAnsi(bytes);
-  return QString(reinterpret_cast<const QChar*>(text.data()), qsizetype(text.size()));
-}
-
-QColor FromBgr(uint32_t v) {
-  return QColor(v & 0xFF, (v >> 8) & 0xFF, (v >> 16) & 0xFF);
-}
 
 QIcon IconFor(int32_t icon, const QStyle* style) {
   switch (icon) {

@@ -18,6 +18,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "conversions.hpp"
 #include "kestrel/forms/events.hpp"
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/frame/unicode.hpp"
@@ -29,21 +30,15 @@ namespace kestrel::qt {
 
 namespace {
 
-QString ToQ(std::u16string_view s) {
-  return QString(reinterpret_cast<const QChar*>(s.data()), qsizetype(s.size()));
-}
+using detail::FromBgr;
+using detail::ToBgr;
+using detail::ToQ;
+
 Value FromQ(const QString& s) {
   return Value(std::u16string_view(reinterpret_cast<const char16_t*>(s.utf16()), size_t(s.size())));
 }
 QString TextArg(const Value& v) {
   return ToQ(runtime::ToText(v));
-}
-
-uint32_t ToBgr(const QColor& c) {
-  return uint32_t(c.red()) | uint32_t(c.green()) << 8 | uint32_t(c.blue()) << 16;
-}
-QColor FromBgr(uint32_t v) {
-  return QColor(v & 0xFF, (v >> 8) & 0xFF, (v >> 16) & 0xFF);
 }
 
 float ToPoints(const QWidget* w, int pixels) {
