@@ -32,6 +32,22 @@ float Single(double v) {
   return runtime::ToSingle(Value(v));
 }
 
+// A laid-out position or size: never below the anchor's minimum, nor below 0.
+float AtLeast(double v, float minimum) {
+  float r = Single(v);
+  if (r < minimum) r = minimum;
+  if (r < 0) r = 0;
+  return r;
+}
+
+// The Single-valued properties of Anchor and FormResizer.
+template <class C, float (C::*Read)() const noexcept, void (C::*Write)(float) noexcept>
+void SingleProperty(typename DispatchTable<C>::Builder& b, std::u16string_view name) {
+  b.Property(
+      name, [](C& c, Args&) { return Value((c.*Read)()); },
+      [](C& c, Args&, const Value& v) { (c.*Write)(runtime::ToSingle(v)); });
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------------------
@@ -48,15 +64,6 @@ void Anchor::Init(const Value& control) {
   height_ = GetSingle(control, u"Height");
 }
 
-namespace {
-template <float (Anchor::*Read)() const noexcept, void (Anchor::*Write)(float) noexcept>
-void SingleProperty(DispatchTable<Anchor>::Builder& b, std::u16string_view name) {
-  b.Property(
-      name, [](Anchor& a, Args&) { return Value((a.*Read)()); },
-      [](Anchor& a, Args&, const Value& v) { (a.*Write)(runtime::ToSingle(v)); });
-}
-}  // namespace
-
 const DispatchTable<Anchor>& Anchor::Dispatch() {
   using T = DispatchTable<Anchor>;
   static const T table = [] {
@@ -70,14 +77,14 @@ const DispatchTable<Anchor>& Anchor::Dispatch() {
           a.Init(args[0]);
           return Value();
         });
-    SingleProperty<&Anchor::MinimumLeft, &Anchor::SetMinimumLeft>(b, u"MinimumLeft");
-    SingleProperty<&Anchor::MinimumTop, &Anchor::SetMinimumTop>(b, u"MinimumTop");
-    SingleProperty<&Anchor::MinimumWidth, &Anchor::SetMinimumWidth>(b, u"MinimumWidth");
-    SingleProperty<&Anchor::MinimumHeight, &Anchor::SetMinimumHeight>(b, u"MinimumHeight");
-    SingleProperty<&Anchor::Left, &Anchor::SetLeft>(b, u"Left");
-    SingleProperty<&Anchor::Top, &Anchor::SetTop>(b, u"Top");
-    SingleProperty<&Anchor::Width, &Anchor::SetWidth>(b, u"Width");
-    SingleProperty<&Anchor::Height, &Anchor::SetHeight>(b, u"Height");
+    SingleProperty<Anchor, &Anchor::MinimumLeft, &Anchor::SetMinimumLeft>(b, u"MinimumLeft");
+    SingleProperty<Anchor, &Anchor::MinimumTop, &Anchor::SetMinimumTop>(b, u"MinimumTop");
+    SingleProperty<Anchor, &Anchor::MinimumWidth, &Anchor::SetMinimumWidth>(b, u"MinimumWidth");
+    SingleProperty<Anchor, &Anchor::MinimumHeight, &Anchor::SetMinimumHeight>(b, u"MinimumHeight");
+    SingleProperty<Anchor, &Anchor::Left, &Anchor::SetLeft>(b, u"Left");
+    SingleProperty<Anchor, &Anchor::Top, &Anchor::SetTop>(b, u"Top");
+    SingleProperty<Anchor, &Anchor::Width, &Anchor::SetWidth>(b, u"Width");
+    SingleProperty<Anchor, &Anchor::Height, &Anchor::SetHeight>(b, u"Height");
     return b.Build();
   }();
   return table;
@@ -279,15 +286,11 @@ void FormResizer::LayoutControls() {
           Single(double(reference_inside_height_) - anchor->Top() - anchor->Height());
       const double inside = GetSingle(form_, u"InsideHeight");
       if (top) {
-        float h = Single(inside - bottom_margin - anchor->Top());
-        if (h < anchor->MinimumHeight()) h = anchor->MinimumHeight();
-        if (h < 0) h = 0;
-        Let(control, u"Height", Value(h));
+        Let(control, u"Height",
+            Value(AtLeast(inside - bottom_margin - anchor->Top(), anchor->MinimumHeight())));
       } else {
-        float t = Single(inside - bottom_margin - anchor->Height());
-        if (t < anchor->MinimumTop()) t = anchor->MinimumTop();
-        if (t < 0) t = 0;
-        Let(control, u"Top", Value(t));
+        Let(control, u"Top",
+            Value(AtLeast(inside - bottom_margin - anchor->Height(), anchor->MinimumTop())));
       }
     }
 
@@ -301,29 +304,16 @@ void FormResizer::LayoutControls() {
           Single(double(reference_inside_width_) - anchor->Left() - anchor->Width());
       const double inside = GetSingle(form_, u"InsideWidth");
       if (left) {
-        float w = Single(inside - right_margin - anchor->Left());
-        if (w < anchor->MinimumWidth()) w = anchor->MinimumWidth();
-        if (w < 0) w = 0;
-        Let(control, u"Width", Value(w));
+        Let(control, u"Width",
+            Value(AtLeast(inside - right_margin - anchor->Left(), anchor->MinimumWidth())));
       } else {
-        float l = Single(inside - right_margin - anchor->Width());
-        if (l < anchor->MinimumLeft()) l = anchor->MinimumLeft();
-        if (l < 0) l = 0;
-        Let(control, u"Left", Value(l));
+        Let(control, u"Left",
+            Value(AtLeast(inside - right_margin - anchor->Width(), anchor->MinimumLeft())));
       }
     }
   }
   DoEvents();
 }
-
-namespace {
-template <float (FormResizer::*Read)() const noexcept, void (FormResizer::*Write)(float) noexcept>
-void BoundProperty(DispatchTable<FormResizer>::Builder& b, std::u16string_view name) {
-  b.Property(
-      name, [](FormResizer& r, Args&) { return Value((r.*Read)()); },
-      [](FormResizer& r, Args&, const Value& v) { (r.*Write)(runtime::ToSingle(v)); });
-}
-}  // namespace
 
 const DispatchTable<FormResizer>& FormResizer::Dispatch() {
   using T = DispatchTable<FormResizer>;
@@ -364,10 +354,14 @@ const DispatchTable<FormResizer>& FormResizer::Dispatch() {
           r.Detach();
           return Value();
         });
-    BoundProperty<&FormResizer::MinimumWidth, &FormResizer::SetMinimumWidth>(b, u"MinimumWidth");
-    BoundProperty<&FormResizer::MinimumHeight, &FormResizer::SetMinimumHeight>(b, u"MinimumHeight");
-    BoundProperty<&FormResizer::MaximumWidth, &FormResizer::SetMaximumWidth>(b, u"MaximumWidth");
-    BoundProperty<&FormResizer::MaximumHeight, &FormResizer::SetMaximumHeight>(b, u"MaximumHeight");
+    SingleProperty<FormResizer, &FormResizer::MinimumWidth, &FormResizer::SetMinimumWidth>(
+        b, u"MinimumWidth");
+    SingleProperty<FormResizer, &FormResizer::MinimumHeight, &FormResizer::SetMinimumHeight>(
+        b, u"MinimumHeight");
+    SingleProperty<FormResizer, &FormResizer::MaximumWidth, &FormResizer::SetMaximumWidth>(
+        b, u"MaximumWidth");
+    SingleProperty<FormResizer, &FormResizer::MaximumHeight, &FormResizer::SetMaximumHeight>(
+        b, u"MaximumHeight");
     return b.Build();
   }();
   return table;
