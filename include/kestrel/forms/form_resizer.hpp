@@ -20,7 +20,9 @@
 // AutoSize, BackStyle, BorderStyle, ForeColor, MousePointer and Font) and its
 // MouseDown, MouseMove and MouseUp events (kestrel/forms/events.hpp). All
 // geometry is in the form's units (points), held as 32-bit floats. The
-// kestrel_qt adapters provide this over Qt widgets.
+// library itself has no toolkit: the kestrel_qt adapters provide all this
+// over Qt 6 widgets (kestrel/qt/widgets.hpp), where the grip's symbol-font
+// glyph is painted as the style's size grip.
 //
 // The resizer shares the form (it does not own it) and owns its anchors and
 // the grip. Errors of the form and its controls reach the caller, except in

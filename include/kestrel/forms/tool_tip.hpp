@@ -17,7 +17,12 @@
 //     and Title setters re-send it only when the title is set AND the icon is.
 //   - Destroy keeps the stale handle; later setters send to a dead window,
 //     which the backend ignores.
-// Not thread-safe.
+//
+// Port decisions: window handles (Create's parent, Hwnd, ParentHwnd) are
+// pointer-sized (LongLong through late binding); the texts go to the
+// backend in the ANSI code page, as the classic messages carry them; the
+// tool's module instance is the load address of libkestrel itself
+// (dladdr). Not thread-safe.
 //
 //   auto tip = kestrel::MakeRef<kestrel::forms::ToolTip>();
 //   tip->SetTipText(u"Saves the file");  tip->SetStyle(kestrel::forms::TTBalloon);
