@@ -12,12 +12,21 @@ namespace kestrel {
 KESTREL_REGISTER_CLASS(ByteStore, ByteStore::kQualifiedName, Instancing::kNotCreatable);
 KESTREL_REGISTER_CLASS(ByteStoreItem, ByteStoreItem::kQualifiedName, Instancing::kNotCreatable);
 
-void ByteStoreItem::SetData(const Value& bytes) {
+namespace {
+
+// The elements of a Byte array argument: 13 for anything else, 9 unless it
+// has exactly one dimension (only one can be copied element by element
+// from its lower bound; an unallocated array has no bounds at all).
+std::span<const uint8_t> ByteArrayArg(const Value& bytes) {
   if (bytes.code() != (kArrayFlag | uint16_t(Kind::kByte))) RaiseStandard(errors::kTypeMismatch);
-  // Only one dimension can be copied element by element from its lower
-  // bound; an unallocated array has no bounds at all.
   if (bytes.Dimensions() != 1) RaiseStandard(errors::kSubscriptOutOfRange);
-  SetData(bytes.Bytes());
+  return bytes.Bytes();
+}
+
+}  // namespace
+
+void ByteStoreItem::SetData(const Value& bytes) {
+  SetData(ByteArrayArg(bytes));
 }
 
 void ByteStoreItem::SetData(std::span<const uint8_t> bytes) {
@@ -41,9 +50,7 @@ void ByteStore::Reset() {
 }
 
 int64_t ByteStore::AddByteArray(const Value& bytes) {
-  if (bytes.code() != (kArrayFlag | uint16_t(Kind::kByte))) RaiseStandard(errors::kTypeMismatch);
-  if (bytes.Dimensions() != 1) RaiseStandard(errors::kSubscriptOutOfRange);
-  return AddByteArray(bytes.Bytes());
+  return AddByteArray(ByteArrayArg(bytes));
 }
 
 int64_t ByteStore::AddByteArray(std::span<const uint8_t> bytes) {
