@@ -338,10 +338,6 @@ class CurlHttpRequest final : public HttpRequest {
   int32_t status_ = 0;
 };
 
-std::unique_ptr<HttpRequest> NewCurlRequest() {
-  return std::make_unique<CurlHttpRequest>();
-}
-
 std::atomic<HttpRequestFactory> g_factory{nullptr};
 
 }  // namespace
@@ -349,12 +345,12 @@ std::atomic<HttpRequestFactory> g_factory{nullptr};
 HttpRequest::~HttpRequest() = default;
 
 std::unique_ptr<HttpRequest> NewCurlHttpRequest() {
-  return NewCurlRequest();
+  return std::make_unique<CurlHttpRequest>();
 }
 
 std::unique_ptr<HttpRequest> NewHttpRequest() {
   const HttpRequestFactory factory = g_factory.load(std::memory_order_acquire);
-  return factory != nullptr ? factory() : NewCurlRequest();
+  return factory != nullptr ? factory() : NewCurlHttpRequest();
 }
 
 HttpRequestFactory SetHttpRequestFactory(HttpRequestFactory factory) noexcept {
