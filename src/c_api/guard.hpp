@@ -35,6 +35,13 @@ inline void CopyText(const std::string& text, char* buffer, size_t size, size_t*
   if (buffer && size > text.size()) std::memcpy(buffer, text.c_str(), text.size() + 1);
 }
 
+// Makes a standard error this thread's last error, as RaiseStandard would
+// raise it.
+inline void SetStandardError(int32_t number) {
+  CurrentError().Set(RuntimeError(number, std::u16string(kStandardErrorSource),
+                                  std::u16string(StandardErrorText(number))));
+}
+
 // Runs body; turns whatever it throws into this thread's last error and
 // returns its number (0 on success).
 template <class F>
@@ -45,12 +52,10 @@ int32_t Guard(F&& body) {
   } catch (const RuntimeError& e) {
     CurrentError().Set(e);
   } catch (const std::bad_alloc&) {
-    CurrentError().Set(RuntimeError(errors::kOutOfMemory, std::u16string(kStandardErrorSource),
-                                    std::u16string(StandardErrorText(errors::kOutOfMemory))));
+    SetStandardError(errors::kOutOfMemory);
   } catch (...) {
     constexpr int32_t kInternalError = 51;
-    CurrentError().Set(RuntimeError(kInternalError, std::u16string(kStandardErrorSource),
-                                    std::u16string(StandardErrorText(kInternalError))));
+    SetStandardError(kInternalError);
   }
   return CurrentError().Number();
 }
