@@ -142,6 +142,7 @@ TEST(SimpleMapiIntegration, EachFailureHasItsCodeAndSendsNothing) {
        MAPI_E_NETWORK_FAILURE},
       // Never in clear text when TLS is asked for and the server has none.
       {"StartTLS refused", SmtpIni(server.Url(), "StartTLS=1\r\n"), {}, MAPI_E_FAILURE},
+      {"StartTLS in capitals", SmtpIni(server.Url(), "StartTLS=YES\r\n"), {}, MAPI_E_FAILURE},
   };
   rows[0].draft.To(MAPI_TO, "", "ann@example.com").Attach(file).Attach(files.File("none"));
   rows[1].draft.To(MAPI_TO, "", "ann@example.com").Attach(files.path());
@@ -152,6 +153,7 @@ TEST(SimpleMapiIntegration, EachFailureHasItsCodeAndSendsNothing) {
   rows[7].draft.To(MAPI_TO, "", "ann@example.com");
   rows[8].draft.To(MAPI_TO, "", "ann@example.com");
   rows[9].draft.To(MAPI_TO, "", "ann@example.com");
+  rows[10].draft.To(MAPI_TO, "", "ann@example.com");
   for (Row& r : rows) {
     SCOPED_TRACE(r.what);
     MailConfig config(r.ini);

@@ -1,4 +1,5 @@
 #include <pwd.h>
+#include <strings.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -23,9 +24,12 @@ std::string Setting(const std::string& path, std::u16string_view key) {
   }
 }
 
+// Any case: a StartTLS=YES or StartTLS=On read as false would send the
+// password in clear text.
 bool IsTrue(const std::string& text) {
-  return text == "1" || text == "true" || text == "True" || text == "TRUE" || text == "yes" ||
-         text == "Yes" || text == "on";
+  for (const char* word : {"1", "true", "yes", "on"})
+    if (::strcasecmp(text.c_str(), word) == 0) return true;
+  return false;
 }
 
 std::string HomeFolder() {
