@@ -74,14 +74,15 @@ class KESTREL_API Dictionary : public Dispatchable<Dictionary> {
   static const DispatchTable<Dictionary>& Dispatch();
 
  private:
-  // Entries in insertion order and the hash index over their keys
-  // (dictionary.cpp).
+  // Entries in insertion order and, past a few entries, a hash table over
+  // their keys (dictionary.cpp).
   struct Impl;
   class KeyEnumerator;
   // How keys match under the stored mode.
   CompareMethod KeyMode() const noexcept {
     return compare_mode_ == 0 ? CompareMethod::kBinary : CompareMethod::kText;
   }
+  bool TextMode() const noexcept { return compare_mode_ != 0; }
 
   // Shared with live enumerators, which may outlive the dictionary (and a
   // dictionary on the stack cannot be kept alive by reference counting).
