@@ -1,6 +1,7 @@
 #include "kestrel/formats/json.hpp"
 
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -501,6 +502,7 @@ class Reader {
 
   void ReadKey() {
     Skip();
+    if (ReadPlainKey()) return;
     scratch_.clear();
     bool in_double = false, in_single = false;
     while (pos_ < n_) {
@@ -533,6 +535,25 @@ class Reader {
       }
     }
     stack_.back().key = strings_.Get(scratch_);
+  }
+
+  // The usual key, "name" then ":" with only blanks between, taken straight
+  // from the text; false (position unchanged) for anything else.
+  bool ReadPlainKey() {
+    if (pos_ >= n_ || s_[pos_] != u'"') return false;
+    size_t end = pos_ + 1;
+    while (end < n_) {
+      const char16_t c = s_[end];
+      if (c == u'"' || c == u'\'' || c == u':' || IsKeyBlank(c)) break;
+      ++end;
+    }
+    if (end >= n_ || s_[end] != u'"') return false;
+    size_t after = end + 1;
+    while (after < n_ && IsBlank(s_[after])) ++after;
+    if (after >= n_ || s_[after] != u':') return false;
+    stack_.back().key = strings_.Get(std::u16string_view(s_ + pos_ + 1, end - pos_ - 1));
+    pos_ = after + 1;
+    return true;
   }
 
   Value ReadScalar() {
@@ -671,13 +692,13 @@ class Reader {
       ++i;
     }
     const size_t first = i;
-    for (; i < n_ && IsDigit(s_[i]); ++i) d.digits = d.digits * 10 + (s_[i] - u'0');
+    i = ReadDigits(i, d.digits);
     size_t count = i - first;
     bool real = false;
     if (count > 0 && i < n_ && s_[i] == u'.') {
       real = true;
       const size_t fraction = ++i;
-      for (; i < n_ && IsDigit(s_[i]); ++i) d.digits = d.digits * 10 + (s_[i] - u'0');
+      i = ReadDigits(i, d.digits);
       if (i == fraction) count = 0;
       count += i - fraction;
       d.exponent = -static_cast<int32_t>(i - fraction);
@@ -714,6 +735,30 @@ class Reader {
       return ToReal(text);
     }
     return ReadGatheredNumber();
+  }
+
+  // Accumulates the decimal digits from `i` on into `digits` (wrapping past
+  // 19 of them) and returns the position after the last.
+  size_t ReadDigits(size_t i, uint64_t& digits) const noexcept {
+    if constexpr (std::endian::native == std::endian::little) {
+      // Four digits at a time: each unit is 0x0030 + d, d from 0 to 9.
+      while (n_ - i >= 4) {
+        uint64_t units;
+        std::memcpy(&units, s_ + i, sizeof(units));
+        const uint64_t low = units - 0x0030003000300030ULL;
+        if ((units & 0xfff0fff0fff0fff0ULL) != 0x0030003000300030ULL ||
+            ((units + 0x0006000600060006ULL) & 0x00f000f000f000f0ULL) != 0x0030003000300030ULL) {
+          break;
+        }
+        // d0 d1 d2 d3 (first in the lowest unit) -> d0d1, d2d3 -> d0d1d2d3.
+        const uint64_t pairs = (low * 10 + (low >> 16)) & 0x0000ffff0000ffffULL;
+        const uint64_t four = (pairs * 100 + (pairs >> 32)) & 0xffffffffULL;
+        digits = digits * 10000 + four;
+        i += 4;
+      }
+    }
+    for (; i < n_ && IsDigit(s_[i]); ++i) digits = digits * 10 + (s_[i] - u'0');
+    return i;
   }
 
   Value ReadGatheredNumber() {

@@ -1,5 +1,6 @@
 #include "kestrel/runtime/collection.hpp"
 
+#include <algorithm>
 #include <unordered_map>
 #include <utility>
 
@@ -58,6 +59,9 @@ Collection::Collection() = default;
 Collection::~Collection() {
   // Nested containers are released one after another, not one inside
   // another, however deep the tree.
+  if (std::none_of(items_.begin(), items_.end(), [](const Value& v) { return v.IsObject(); })) {
+    return;  // nothing nested: the items go with the vector
+  }
   detail::NestedRelease release;
   for (Value& item : items_) release.Take(item);
   items_.clear();

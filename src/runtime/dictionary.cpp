@@ -37,12 +37,6 @@ inline char16_t AsciiLower(char16_t c) noexcept {
   return (c >= u'A' && c <= u'Z') ? static_cast<char16_t>(c + (u'a' - u'A')) : c;
 }
 
-bool IsAscii(std::u16string_view text) noexcept {
-  char16_t any = 0;
-  for (char16_t c : text) any |= c;
-  return any < 0x80;
-}
-
 uint32_t Mix(uint64_t h) noexcept {
   // splitmix64 finaliser: consecutive integers and pointers spread evenly.
   h += 0x9e3779b97f4a7c15ULL;
@@ -59,6 +53,19 @@ uint32_t HashText(std::u16string_view text, bool fold) noexcept {
     for (char16_t c : text) h = (h ^ c) * 0x100000001b3ULL;
   }
   return Mix(h ^ (static_cast<uint64_t>(KeyTag::kText) << 56));
+}
+
+// HashText(text, true) for ASCII text, in the same pass as the check;
+// false for any other text.
+bool HashAsciiText(std::u16string_view text, uint32_t& hash) noexcept {
+  uint64_t h = 0xcbf29ce484222325ULL ^ text.size();
+  char16_t any = 0;
+  for (char16_t c : text) {
+    any |= c;
+    h = (h ^ AsciiLower(c)) * 0x100000001b3ULL;
+  }
+  hash = Mix(h ^ (static_cast<uint64_t>(KeyTag::kText) << 56));
+  return any < 0x80;
 }
 
 bool TextEqual(std::u16string_view a, std::u16string_view b, bool fold) noexcept {
@@ -137,11 +144,13 @@ Probe MakeProbe(const Value& key, CompareMethod mode) {
       const bool fold = mode != CompareMethod::kBinary;
       p.tag = KeyTag::kText;
       p.text = key.string();
-      if (fold && !IsAscii(p.text)) {
+      if (!fold) {
+        p.hash = HashText(p.text, false);
+      } else if (!HashAsciiText(p.text, p.hash)) {
         p.folded = Value(detail::FoldKeyCase(p.text));
         p.text = p.folded.string();
+        p.hash = HashText(p.text, true);
       }
-      p.hash = HashText(p.text, fold);
       break;
     }
     case Kind::kObject:
@@ -339,6 +348,10 @@ Dictionary::~Dictionary() {
   // A live enumerator keeps the entries; otherwise nested containers are
   // released one after another rather than one inside another.
   if (impl_.use_count() != 1) return;
+  if (std::none_of(impl_->entries.begin(), impl_->entries.end(),
+                   [](const Impl::Entry& e) { return e.key.IsObject() || e.item.IsObject(); })) {
+    return;  // nothing nested: the entries go with the vector
+  }
   detail::NestedRelease release;
   for (Impl::Entry& e : impl_->entries) {
     release.Take(e.key);
