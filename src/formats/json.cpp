@@ -618,8 +618,10 @@ class Reader {
         break;
       }
       if (c != u'\\') {
-        scratch_.push_back(c);
-        ++pos_;
+        // The run up to the next quote or escape at once.
+        const size_t run = pos_;
+        while (pos_ < n_ && s_[pos_] != quote && s_[pos_] != u'\\') ++pos_;
+        scratch_.append(s_ + run, pos_ - run);
         continue;
       }
       if (pos_ + 1 >= n_) {
