@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <cstring>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -45,33 +46,77 @@ uint32_t Mix(uint64_t h) noexcept {
   return static_cast<uint32_t>(h ^ (h >> 31));
 }
 
-uint32_t HashText(std::u16string_view text, bool fold) noexcept {
-  uint64_t h = 0xcbf29ce484222325ULL ^ text.size();
-  if (fold) {
-    for (char16_t c : text) h = (h ^ AsciiLower(c)) * 0x100000001b3ULL;
-  } else {
-    for (char16_t c : text) h = (h ^ c) * 0x100000001b3ULL;
+// Texts are hashed four code units (one 64-bit word) at a time.
+constexpr uint64_t kLanes = 0x0001000100010001ULL;
+
+uint64_t LoadUnits(const char16_t* p, size_t n) noexcept {
+  uint64_t w = 0;
+  std::memcpy(&w, p, n * sizeof(char16_t));
+  return w;
+}
+
+// "A".."Z" to lower case in each unit of a word, every other unit kept.
+uint64_t LowerUnits(uint64_t w) noexcept {
+  if ((w & (0xff80 * kLanes)) == 0) {
+    // All units ASCII: c + 0x3f reaches 0x80 from "A" on, c + 0x25 from
+    // just past "Z"; neither carries into the next unit.
+    const uint64_t from_a = w + 0x3f * kLanes;
+    const uint64_t past_z = w + 0x25 * kLanes;
+    return w | (((from_a & ~past_z) & (0x80 * kLanes)) >> 2);
   }
-  return Mix(h ^ (static_cast<uint64_t>(KeyTag::kText) << 56));
+  uint64_t out = 0;
+  for (int shift = 0; shift < 64; shift += 16) {
+    const auto c = static_cast<char16_t>(w >> shift);
+    out |= static_cast<uint64_t>(AsciiLower(c)) << shift;
+  }
+  return out;
+}
+
+// The hash of a text, with "A".."Z" folded when `fold` is set; `any` gets
+// every unit ORed together.
+uint32_t HashUnits(std::u16string_view text, bool fold, uint64_t& any) noexcept {
+  uint64_t h = 0xcbf29ce484222325ULL ^ text.size() ^ (static_cast<uint64_t>(KeyTag::kText) << 56);
+  uint64_t seen = 0;
+  size_t i = 0;
+  for (; i + 4 <= text.size(); i += 4) {
+    uint64_t w = LoadUnits(text.data() + i, 4);
+    seen |= w;
+    if (fold) w = LowerUnits(w);
+    h = (h ^ w) * 0x100000001b3ULL;
+    h ^= h >> 29;
+  }
+  if (i < text.size()) {
+    uint64_t w = LoadUnits(text.data() + i, text.size() - i);
+    seen |= w;
+    if (fold) w = LowerUnits(w);
+    h = (h ^ w) * 0x100000001b3ULL;
+  }
+  any = seen;
+  return Mix(h);
+}
+
+uint32_t HashText(std::u16string_view text, bool fold) noexcept {
+  uint64_t any;
+  return HashUnits(text, fold, any);
 }
 
 // HashText(text, true) for ASCII text, in the same pass as the check;
 // false for any other text.
 bool HashAsciiText(std::u16string_view text, uint32_t& hash) noexcept {
-  uint64_t h = 0xcbf29ce484222325ULL ^ text.size();
-  char16_t any = 0;
-  for (char16_t c : text) {
-    any |= c;
-    h = (h ^ AsciiLower(c)) * 0x100000001b3ULL;
-  }
-  hash = Mix(h ^ (static_cast<uint64_t>(KeyTag::kText) << 56));
-  return any < 0x80;
+  uint64_t any;
+  hash = HashUnits(text, true, any);
+  return (any & (0xff80 * kLanes)) == 0;
 }
 
 bool TextEqual(std::u16string_view a, std::u16string_view b, bool fold) noexcept {
   if (a.size() != b.size()) return false;
   if (!fold) return a == b;
-  for (size_t i = 0; i < a.size(); ++i) {
+  size_t i = 0;
+  for (; i + 4 <= a.size(); i += 4) {
+    const uint64_t x = LoadUnits(a.data() + i, 4), y = LoadUnits(b.data() + i, 4);
+    if (x != y && LowerUnits(x) != LowerUnits(y)) return false;
+  }
+  for (; i < a.size(); ++i) {
     if (a[i] != b[i] && AsciiLower(a[i]) != AsciiLower(b[i])) return false;
   }
   return true;
@@ -174,6 +219,11 @@ Probe MakeProbe(const Value& key, CompareMethod mode) {
 // compactions. Every entry also carries a sequence number that only grows,
 // so a live enumerator can find its place again after any change.
 struct Dictionary::Impl {
+  // What an entry keeps of its key's probe.
+  static Value MatchOf(Probe&& p) noexcept {
+    return p.tag == KeyTag::kText ? std::move(p.folded) : Value(static_cast<int64_t>(p.bits));
+  }
+
   static constexpr size_t kLinearLimit = 8;
   static constexpr uint32_t kFree = UINT32_MAX;
   static constexpr uint32_t kGone = UINT32_MAX - 1;
@@ -199,7 +249,7 @@ struct Dictionary::Impl {
     }
     void SetKey(const Value& k, Probe&& p) {
       key = k;
-      match = p.tag == KeyTag::kText ? std::move(p.folded) : Value(static_cast<int64_t>(p.bits));
+      match = MatchOf(std::move(p));
       hash = p.hash;
       tag = p.tag;
     }
@@ -267,10 +317,8 @@ struct Dictionary::Impl {
   Entry& Append(const Value& key, Value item, Probe&& p) {
     if (entries.size() >= kGone) RaiseStandard(errors::kOutOfMemory);
     if (entries.empty()) entries.reserve(4);
-    entries.push_back(
-        Entry{Value(), std::move(item), Value(), next_sequence, 0, KeyTag::kEmpty, true});
-    Entry& e = entries.back();
-    e.SetKey(key, std::move(p));
+    Entry& e = entries.emplace_back(
+        Entry{key, std::move(item), MatchOf(std::move(p)), next_sequence, p.hash, p.tag, true});
     ++next_sequence;
     ++live;
     const auto position = static_cast<uint32_t>(entries.size() - 1);
