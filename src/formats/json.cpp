@@ -1,5 +1,6 @@
 #include "kestrel/formats/json.hpp"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <charconv>
@@ -165,13 +166,29 @@ class StringPool {
  public:
   Value Get(std::u16string_view text) {
     if (text.size() > kLongest) return Value(text);
-    uint64_t h = 0xcbf29ce484222325ULL;
-    for (char16_t c : text) h = (h ^ c) * 0x100000001b3ULL;
+    // Four code units at a time; the length goes in first, so the zero
+    // padding of the last word cannot make two texts alike.
+    uint64_t h = 0xcbf29ce484222325ULL ^ text.size();
+    size_t i = 0;
+    for (; i + 4 <= text.size(); i += 4) {
+      uint64_t units;
+      std::memcpy(&units, text.data() + i, sizeof(units));
+      h = (h ^ units) * 0x9e3779b97f4a7c15ULL;
+      h ^= h >> 32;
+    }
+    if (i < text.size()) {
+      uint64_t units = 0;
+      for (int shift = 0; i < text.size(); ++i, shift += 16) {
+        units |= static_cast<uint64_t>(text[i]) << shift;
+      }
+      h = (h ^ units) * 0x9e3779b97f4a7c15ULL;
+    }
+    h = (h ^ (h >> 29)) * 0xbf58476d1ce4e5b9ULL;
     const auto hash = static_cast<uint32_t>(h ^ (h >> 32));
     if (slots_.empty()) slots_.resize(kFirstSize);
     const size_t mask = slots_.size() - 1;
-    for (size_t i = hash & mask;; i = (i + 1) & mask) {
-      Slot& slot = slots_[i];
+    for (size_t at = hash & mask;; at = (at + 1) & mask) {
+      Slot& slot = slots_[at];
       if (!slot.used) {
         if ((used_ + 1) * 2 > slots_.size()) {
           if (slots_.size() >= kMostSlots) return Value(text);
@@ -184,7 +201,11 @@ class StringPool {
         ++used_;
         return slot.text;
       }
-      if (slot.hash == hash && slot.text.string() == text) return slot.text;
+      if (slot.hash == hash && slot.text.string().size() == text.size() &&
+          (text.empty() ||
+           std::memcmp(slot.text.string().data(), text.data(), text.size() * 2) == 0)) {
+        return slot.text;
+      }
     }
   }
 

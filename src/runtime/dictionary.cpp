@@ -51,7 +51,11 @@ constexpr uint64_t kLanes = 0x0001000100010001ULL;
 
 uint64_t LoadUnits(const char16_t* p, size_t n) noexcept {
   uint64_t w = 0;
-  std::memcpy(&w, p, n * sizeof(char16_t));
+  if (n == 4) {
+    std::memcpy(&w, p, sizeof(w));
+  } else {
+    for (size_t k = 0; k < n; ++k) w |= static_cast<uint64_t>(p[k]) << (16 * k);
+  }
   return w;
 }
 
