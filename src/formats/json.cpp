@@ -39,6 +39,14 @@ bool IsBlank(char16_t c) noexcept {
   return c <= u' ' && ((kBlanks >> c) & 1) != 0;
 }
 
+// Blanks, "(", ")" and the characters that open comments: what Skip
+// passes over or has to look at.
+bool IsSkipped(char16_t c) noexcept {
+  constexpr uint64_t kSkipped = (1ULL << ' ') | (1ULL << '\n') | (1ULL << '\r') | (1ULL << '\t') |
+                                (1ULL << '(') | (1ULL << ')') | (1ULL << '*') | (1ULL << '/');
+  return c < 64 && ((kSkipped >> c) & 1) != 0;
+}
+
 bool IsDigit(char16_t c) noexcept {
   return c >= u'0' && c <= u'9';
 }
@@ -283,6 +291,8 @@ class Reader {
   // comment starts a line comment, and any character after a "*" inside a
   // block comment spoils the following "*/".
   void Skip() noexcept {
+    // Most tokens follow the last one directly.
+    if (pos_ < n_ && !IsSkipped(s_[pos_])) return;
     // Blanks and line ends leave all flags off, so runs of them need no
     // state; only a character that can start a comment needs the machine.
     for (;;) {
@@ -296,10 +306,7 @@ class Reader {
       if (pos_ >= n_ || !IsBlank(s_[pos_])) break;
       ++pos_;
     }
-    if (pos_ >= n_ ||
-        (s_[pos_] != u'/' && s_[pos_] != u'*' && s_[pos_] != u'(' && s_[pos_] != u')')) {
-      return;
-    }
+    if (pos_ >= n_ || !IsSkipped(s_[pos_])) return;
     bool mark = false, in_comment = false, in_block = false;
     for (; pos_ < n_; ++pos_) {
       switch (s_[pos_]) {
