@@ -394,22 +394,23 @@ struct Dictionary::Impl {
 
 KESTREL_REGISTER_CLASS(Dictionary, Dictionary::kQualifiedName, Instancing::kCreatable);
 
-Dictionary::Dictionary() : impl_(std::make_shared<Impl>()) {}
+Dictionary::Dictionary() : impl_(new (storage_) Impl()) {
+  static_assert(sizeof(Impl) <= kImplSize && alignof(Impl) <= 8);
+}
 
 Dictionary::~Dictionary() {
-  // A live enumerator keeps the entries; otherwise nested containers are
+  // A live enumerator keeps shared entries; otherwise nested containers are
   // released one after another rather than one inside another.
-  if (impl_.use_count() != 1) return;
-  if (std::none_of(impl_->entries.begin(), impl_->entries.end(),
-                   [](const Impl::Entry& e) { return e.key.IsObject() || e.item.IsObject(); })) {
-    return;  // nothing nested: the entries go with the vector
+  if (shared_ && shared_.use_count() != 1) return;
+  if (std::any_of(impl_->entries.begin(), impl_->entries.end(),
+                  [](const Impl::Entry& e) { return e.key.IsObject() || e.item.IsObject(); })) {
+    detail::NestedRelease release;
+    for (Impl::Entry& e : impl_->entries) {
+      release.Take(e.key);
+      release.Take(e.item);
+    }
   }
-  detail::NestedRelease release;
-  for (Impl::Entry& e : impl_->entries) {
-    release.Take(e.key);
-    release.Take(e.item);
-  }
-  impl_.reset();
+  if (!shared_) impl_->~Impl();
 }
 
 void Dictionary::Add(const Value& key, Value item) {
@@ -494,7 +495,9 @@ void Dictionary::SetCompareMode(int32_t mode) {
 // last key the enumerator stays at its end until Reset.
 class Dictionary::KeyEnumerator : public Dispatchable<KeyEnumerator>, public Enumerator {
  public:
-  explicit KeyEnumerator(std::shared_ptr<const Impl> entries) : entries_(std::move(entries)) {
+  // Holds either the dictionary or its shared entries.
+  KeyEnumerator(Ref<Object> owner, std::shared_ptr<const Impl> shared, const Impl* entries)
+      : owner_(std::move(owner)), shared_(std::move(shared)), entries_(entries) {
     Reset();
   }
 
@@ -524,13 +527,21 @@ class Dictionary::KeyEnumerator : public Dispatchable<KeyEnumerator>, public Enu
   }
 
  private:
-  std::shared_ptr<const Impl> entries_;
+  Ref<Object> owner_;
+  std::shared_ptr<const Impl> shared_;
+  const Impl* entries_;
   uint64_t next_ = 0;
   bool at_end_ = true;
 };
 
 Ref<Object> Dictionary::NewEnum() {
-  return MakeRef<KeyEnumerator>(impl_);
+  if (RefCount() > 0) return MakeRef<KeyEnumerator>(Ref<Object>(this), nullptr, impl_);
+  if (!shared_) {
+    shared_ = std::make_shared<Impl>(std::move(*impl_));
+    impl_->~Impl();
+    impl_ = shared_.get();
+  }
+  return MakeRef<KeyEnumerator>(nullptr, shared_, impl_);
 }
 
 const DispatchTable<Dictionary>& Dictionary::Dispatch() {

@@ -156,6 +156,24 @@ TEST(Dictionary, LiveEnumeration) {
   }
 }
 
+// An enumerator outlives its dictionary, counted or not, and still walks
+// the keys the dictionary had.
+TEST(Dictionary, EnumeratorOutlivesTheDictionary) {
+  for (bool counted : {false, true}) {
+    SCOPED_TRACE(counted);
+    Ref<Object> e;
+    {
+      Dictionary plain;
+      Ref<Dictionary> held = MakeRef<Dictionary>();
+      Dictionary& d = counted ? *held : plain;
+      for (const char16_t* k : {u"a", u"b"}) d.Add(Value(k), Value(MakeRef<Dictionary>()));
+      e = d.NewEnum();
+      d.Add(Value(u"c"), Value());
+    }
+    EXPECT_EQ(Walk(e), (Texts{u"a", u"b", u"c"}));
+  }
+}
+
 // 100,000 keys, removed oldest first while more are added: a removal that
 // shifted the entries or rebuilt the index would make this quadratic.
 TEST(Dictionary, ManyAddsAndRemoves) {

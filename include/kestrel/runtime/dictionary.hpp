@@ -84,9 +84,15 @@ class KESTREL_API Dictionary : public Dispatchable<Dictionary> {
   }
   bool TextMode() const noexcept { return compare_mode_ != 0; }
 
-  // Shared with live enumerators, which may outlive the dictionary (and a
-  // dictionary on the stack cannot be kept alive by reference counting).
-  std::shared_ptr<Impl> impl_;
+  // The entries live in storage_, inside the dictionary. An enumerator of
+  // a dictionary held by reference count holds the dictionary; one made
+  // while nothing counts it (a dictionary on the stack cannot be kept alive
+  // that way) first moves the entries to the heap, shared with it, since it
+  // may outlive the dictionary.
+  static constexpr size_t kImplSize = 80;
+  Impl* impl_;
+  std::shared_ptr<Impl> shared_;
+  alignas(8) unsigned char storage_[kImplSize];
   int32_t compare_mode_ = 0;
 };
 
