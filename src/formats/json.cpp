@@ -509,18 +509,25 @@ class Reader {
       return;
     }
     const size_t start = pos_;
-    Value item;
+    const bool element = stack_.back().dict == nullptr;
+    bool added = true;
     try {
-      item = ReadScalar();
+      // An element goes straight onto the element stack, which cannot
+      // fail the way a member's Add can.
+      if (element) {
+        items_.push_back(ReadScalar());
+      } else {
+        added = AddToTop(ReadScalar());
+      }
     } catch (const RuntimeError& e) {
       Frame& f = stack_.back();
       AppendFailure(e, f.dict != nullptr ? f.key.string() : From(pos_, kExcerptLength));
       Close();
       return;
     }
-    if (!AddToTop(std::move(item))) {
+    if (!added) {
       Close();
-    } else if (pos_ == start && stack_.back().dict == nullptr) {
+    } else if (pos_ == start && element) {
       // A bad "true", "false" or "null" leaves the position where it was;
       // reading it again would add the same element forever. Its line is
       // already there, so the array just ends.
