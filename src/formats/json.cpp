@@ -12,6 +12,10 @@
 #include <utility>
 #include <vector>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/runtime/collection.hpp"
 #include "kestrel/runtime/convert.hpp"
@@ -296,13 +300,7 @@ class Reader {
     // Blanks and line ends leave all flags off, so runs of them need no
     // state; only a character that can start a comment needs the machine.
     for (;;) {
-      // Indentation comes in runs of spaces: four at a time.
-      while (n_ - pos_ >= 4) {
-        uint64_t units;
-        std::memcpy(&units, s_ + pos_, sizeof(units));
-        if (units != 0x0020002000200020ULL) break;
-        pos_ += 4;
-      }
+      SkipSpaces();
       if (pos_ >= n_ || !IsBlank(s_[pos_])) break;
       ++pos_;
     }
@@ -341,6 +339,28 @@ class Reader {
         default:
           if (!in_comment) return;
       }
+    }
+  }
+
+  // Indentation comes in runs of spaces: eight (or four) at a time.
+  void SkipSpaces() noexcept {
+#if defined(__SSE2__)
+    const __m128i spaces = _mm_set1_epi16(u' ');
+    while (n_ - pos_ >= 8) {
+      const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s_ + pos_));
+      const auto same = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi16(units, spaces)));
+      if (same != 0xffff) {
+        pos_ += static_cast<size_t>(std::countr_one(same)) / 2;
+        return;
+      }
+      pos_ += 8;
+    }
+#endif
+    while (n_ - pos_ >= 4) {
+      uint64_t units;
+      std::memcpy(&units, s_ + pos_, sizeof(units));
+      if (units != 0x0020002000200020ULL) break;
+      pos_ += 4;
     }
   }
 
