@@ -320,7 +320,7 @@ struct Dictionary::Impl {
   // Appends a new entry; the caller has checked that the key is absent.
   Entry& Append(const Value& key, Value item, Probe&& p) {
     if (entries.size() >= kGone) RaiseStandard(errors::kOutOfMemory);
-    if (entries.empty()) entries.reserve(4);
+    if (entries.empty()) entries.reserve(2);
     Entry& e = entries.emplace_back(
         Entry{key, std::move(item), MatchOf(std::move(p)), next_sequence, p.hash, p.tag, true});
     ++next_sequence;

@@ -89,7 +89,7 @@ class KESTREL_API Dictionary : public Dispatchable<Dictionary> {
   // while nothing counts it (a dictionary on the stack cannot be kept alive
   // that way) first moves the entries to the heap, shared with it, since it
   // may outlive the dictionary.
-  static constexpr size_t kImplSize = 80;
+  static constexpr size_t kImplSize = 72;
   Impl* impl_;
   std::shared_ptr<Impl> shared_;
   alignas(8) unsigned char storage_[kImplSize];
