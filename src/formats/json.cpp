@@ -364,6 +364,52 @@ class Reader {
     }
   }
 
+  // The first position from `i` on holding `a` or `b`, or the end.
+  size_t FindEither(size_t i, char16_t a, char16_t b) const noexcept {
+#if defined(__SSE2__)
+    const __m128i wide_a = _mm_set1_epi16(static_cast<int16_t>(a));
+    const __m128i wide_b = _mm_set1_epi16(static_cast<int16_t>(b));
+    while (n_ - i >= 8) {
+      const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s_ + i));
+      const auto hits = static_cast<unsigned>(_mm_movemask_epi8(
+          _mm_or_si128(_mm_cmpeq_epi16(units, wide_a), _mm_cmpeq_epi16(units, wide_b))));
+      if (hits != 0) return i + static_cast<size_t>(std::countr_zero(hits)) / 2;
+      i += 8;
+    }
+#endif
+    while (i < n_ && s_[i] != a && s_[i] != b) ++i;
+    return i;
+  }
+
+  // The end of a run of key characters from `i` on: the first quote, ":"
+  // or blank, or the end of the text.
+  size_t KeyRunEnd(size_t i) const noexcept {
+#if defined(__SSE2__)
+    // Eight units at a time while none can stop the run. Units from 0x8000
+    // on compare as negative and stop it too; the exact test below then
+    // goes on past them.
+    const __m128i quote = _mm_set1_epi16(u'"'), apostrophe = _mm_set1_epi16(u'\'');
+    const __m128i colon = _mm_set1_epi16(u':'), past_blanks = _mm_set1_epi16(u' ' + 1);
+    while (n_ - i >= 8) {
+      const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s_ + i));
+      const __m128i stops = _mm_or_si128(
+          _mm_or_si128(_mm_cmpeq_epi16(units, quote), _mm_cmpeq_epi16(units, apostrophe)),
+          _mm_or_si128(_mm_cmpeq_epi16(units, colon), _mm_cmplt_epi16(units, past_blanks)));
+      const auto hits = static_cast<unsigned>(_mm_movemask_epi8(stops));
+      if (hits != 0) {
+        i += static_cast<size_t>(std::countr_zero(hits)) / 2;
+        break;
+      }
+      i += 8;
+    }
+#endif
+    for (; i < n_; ++i) {
+      const char16_t c = s_[i];
+      if (c == u'"' || c == u'\'' || c == u':' || IsKeyBlank(c)) break;
+    }
+    return i;
+  }
+
   std::u16string_view From(size_t pos, size_t length = std::u16string_view::npos) const {
     return std::u16string_view(s_, n_).substr(std::min(pos, n_), length);
   }
@@ -580,11 +626,7 @@ class Reader {
       } else {
         // Whole runs of ordinary characters at once.
         const size_t start = pos_;
-        while (pos_ < n_) {
-          const char16_t d = s_[pos_];
-          if (d == u'"' || d == u'\'' || d == u':' || IsKeyBlank(d)) break;
-          ++pos_;
-        }
+        pos_ = KeyRunEnd(pos_);
         scratch_.append(s_ + start, pos_ - start);
         if (pos_ == start) ++pos_;  // a blank, dropped
       }
@@ -596,12 +638,7 @@ class Reader {
   // from the text; false (position unchanged) for anything else.
   bool ReadPlainKey() {
     if (pos_ >= n_ || s_[pos_] != u'"') return false;
-    size_t end = pos_ + 1;
-    while (end < n_) {
-      const char16_t c = s_[end];
-      if (c == u'"' || c == u'\'' || c == u':' || IsKeyBlank(c)) break;
-      ++end;
-    }
+    const size_t end = KeyRunEnd(pos_ + 1);
     if (end >= n_ || s_[end] != u'"') return false;
     size_t after = end + 1;
     while (after < n_ && IsBlank(s_[after])) ++after;
@@ -659,7 +696,7 @@ class Reader {
     const char16_t quote = s_[pos_++];
     // Text without escapes becomes the value straight from the source.
     const size_t start = pos_;
-    while (pos_ < n_ && s_[pos_] != quote && s_[pos_] != u'\\') ++pos_;
+    pos_ = FindEither(pos_, quote, u'\\');
     if (pos_ >= n_ || s_[pos_] == quote) {
       Value text = strings_.Get(std::u16string_view(s_ + start, pos_ - start));
       if (pos_ < n_) ++pos_;
@@ -675,7 +712,7 @@ class Reader {
       if (c != u'\\') {
         // The run up to the next quote or escape at once.
         const size_t run = pos_;
-        while (pos_ < n_ && s_[pos_] != quote && s_[pos_] != u'\\') ++pos_;
+        pos_ = FindEither(pos_, quote, u'\\');
         scratch_.append(s_ + run, pos_ - run);
         continue;
       }
