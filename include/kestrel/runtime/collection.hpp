@@ -22,6 +22,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>  // kept for callers that relied on it
 #include <vector>
 
 #include "kestrel/frame/export.hpp"
