@@ -189,9 +189,15 @@ class StringPool {
       h ^= h >> 32;
     }
     if (i < text.size()) {
+      // The last four units, overlapping the previous word, when there are
+      // that many.
       uint64_t units = 0;
-      for (int shift = 0; i < text.size(); ++i, shift += 16) {
-        units |= static_cast<uint64_t>(text[i]) << shift;
+      if (text.size() >= 4) {
+        std::memcpy(&units, text.data() + text.size() - 4, sizeof(units));
+      } else {
+        for (int shift = 0; i < text.size(); ++i, shift += 16) {
+          units |= static_cast<uint64_t>(text[i]) << shift;
+        }
       }
       h = (h ^ units) * 0x9e3779b97f4a7c15ULL;
     }

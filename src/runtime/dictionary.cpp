@@ -90,7 +90,10 @@ uint32_t HashUnits(std::u16string_view text, bool fold, uint64_t& any) noexcept 
     h ^= h >> 29;
   }
   if (i < text.size()) {
-    uint64_t w = LoadUnits(text.data() + i, text.size() - i);
+    // The last four units, overlapping the previous word, when there are
+    // that many: one load instead of one per unit.
+    uint64_t w = text.size() >= 4 ? LoadUnits(text.data() + text.size() - 4, 4)
+                                  : LoadUnits(text.data() + i, text.size() - i);
     seen |= w;
     if (fold) w = LowerUnits(w);
     h = (h ^ w) * 0x100000001b3ULL;
@@ -119,6 +122,11 @@ bool TextEqual(std::u16string_view a, std::u16string_view b, bool fold) noexcept
   for (; i + 4 <= a.size(); i += 4) {
     const uint64_t x = LoadUnits(a.data() + i, 4), y = LoadUnits(b.data() + i, 4);
     if (x != y && LowerUnits(x) != LowerUnits(y)) return false;
+  }
+  if (i < a.size() && a.size() >= 4) {
+    const size_t last = a.size() - 4;
+    const uint64_t x = LoadUnits(a.data() + last, 4), y = LoadUnits(b.data() + last, 4);
+    return x == y || LowerUnits(x) == LowerUnits(y);
   }
   for (; i < a.size(); ++i) {
     if (a[i] != b[i] && AsciiLower(a[i]) != AsciiLower(b[i])) return false;
