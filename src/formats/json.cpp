@@ -1,10 +1,20 @@
 #include "kestrel/formats/json.hpp"
 
+#include <algorithm>
+#include <array>
+#include <bit>
 #include <charconv>
 #include <cmath>
+#include <cstring>
+#include <limits>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/runtime/collection.hpp"
@@ -19,8 +29,30 @@ constexpr std::u16string_view kLineEnd = u"\r\n";
 // How much of the text an array's failure line shows.
 constexpr size_t kExcerptLength = 20;
 
-bool IsNumberChar(char16_t c) noexcept {
-  return (c >= u'0' && c <= u'9') || c == u'+' || c == u'-' || c == u'.' || c == u'e' || c == u'E';
+// Characters a number gathers: 1 for "+-0123456789", 2 for ".eE" (which
+// make it a Double).
+constexpr auto kNumberChars = [] {
+  std::array<uint8_t, 128> table{};
+  for (char c : std::string_view("+-0123456789")) table[static_cast<size_t>(c)] = 1;
+  for (char c : std::string_view(".eE")) table[static_cast<size_t>(c)] = 2;
+  return table;
+}();
+
+bool IsBlank(char16_t c) noexcept {
+  constexpr uint64_t kBlanks = (1ULL << ' ') | (1ULL << '\n') | (1ULL << '\r') | (1ULL << '\t');
+  return c <= u' ' && ((kBlanks >> c) & 1) != 0;
+}
+
+// Blanks, "(", ")" and the characters that open comments: what Skip
+// passes over or has to look at.
+bool IsSkipped(char16_t c) noexcept {
+  constexpr uint64_t kSkipped = (1ULL << ' ') | (1ULL << '\n') | (1ULL << '\r') | (1ULL << '\t') |
+                                (1ULL << '(') | (1ULL << ')') | (1ULL << '*') | (1ULL << '/');
+  return c < 64 && ((kSkipped >> c) & 1) != 0;
+}
+
+bool IsDigit(char16_t c) noexcept {
+  return c >= u'0' && c <= u'9';
 }
 
 bool IsKeyBlank(char16_t c) noexcept {
@@ -40,40 +72,197 @@ void AppendDecimal(std::u16string& out, size_t number) {
   out.append(digits, end);
 }
 
-// Digits of a well-formed number, narrowed to ASCII for from_chars; false
-// when the text is not of the form -?d+(.d+)?([eE][+-]?d+)? or too long, so
-// that the runtime's own conversion decides.
-bool StrictDecimal(std::u16string_view text, char* out, size_t capacity) {
-  if (text.size() >= capacity) return false;
+// A well-formed decimal -?d+(.d+)?([eE][+-]?d+)? as its significant digits
+// and a power of ten; `exact` is off when there are more than 19 digits
+// (then `digits` and `exponent` are meaningless).
+struct Decimal {
+  uint64_t digits = 0;
+  int32_t exponent = 0;
+  bool negative = false;
+  bool exact = true;
+};
+
+// False when the text is not of that form; then the runtime's conversion
+// decides.
+bool ScanDecimal(std::u16string_view text, Decimal& out) noexcept {
   size_t i = 0;
-  auto digits = [&] {
+  const size_t n = text.size();
+  if (i < n && text[i] == u'-') {
+    out.negative = true;
+    ++i;
+  }
+  int significant = 0;
+  int32_t scale = 0;  // digits after the point, counted into the exponent
+  auto digits = [&](bool fraction) {
     const size_t start = i;
-    while (i < text.size() && text[i] >= u'0' && text[i] <= u'9') ++i;
+    for (; i < n && text[i] >= u'0' && text[i] <= u'9'; ++i) {
+      if (out.digits == 0 && text[i] == u'0') {
+        if (fraction) ++scale;
+        continue;
+      }
+      if (++significant > 19) {
+        out.exact = false;
+        continue;
+      }
+      out.digits = out.digits * 10 + (text[i] - u'0');
+      if (fraction) ++scale;
+    }
     return i > start;
   };
-  if (i < text.size() && text[i] == u'-') ++i;
-  if (!digits()) return false;
-  if (i < text.size() && text[i] == u'.') {
+  if (!digits(false)) return false;
+  if (i < n && text[i] == u'.') {
     ++i;
-    if (!digits()) return false;
+    if (!digits(true)) return false;
   }
-  if (i < text.size() && (text[i] == u'e' || text[i] == u'E')) {
+  int32_t exponent = 0;
+  if (i < n && (text[i] == u'e' || text[i] == u'E')) {
     ++i;
-    if (i < text.size() && (text[i] == u'+' || text[i] == u'-')) ++i;
-    if (!digits()) return false;
+    bool minus = false;
+    if (i < n && (text[i] == u'+' || text[i] == u'-')) minus = text[i++] == u'-';
+    const size_t start = i;
+    for (; i < n && text[i] >= u'0' && text[i] <= u'9'; ++i) {
+      if (exponent < 100000) exponent = exponent * 10 + (text[i] - u'0');
+    }
+    if (i == start) return false;
+    if (minus) exponent = -exponent;
   }
-  if (i != text.size()) return false;
-  for (size_t k = 0; k < text.size(); ++k) out[k] = static_cast<char>(text[k]);
+  if (i != n) return false;
+  out.exponent = exponent - scale;
   return true;
 }
 
-// One container being read: its value (which owns it), a typed pointer for
-// adding, and for an object the key of the member being read.
+// The correctly rounded Double of a decimal, without from_chars, when that
+// is cheap to get exactly; false otherwise.
+bool FastDouble(const Decimal& d, double& out) noexcept {
+  static constexpr double kExactPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                            1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                            1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+  double value;
+  if (!d.exact) return false;
+  if (d.digits == 0) {
+    value = 0;
+  } else if (d.digits <= (uint64_t{1} << 53) && d.exponent >= -22 && d.exponent <= 22) {
+    // Both operands are exact Doubles, so one rounding gives the answer.
+    const auto digits = static_cast<double>(d.digits);
+    value =
+        d.exponent >= 0 ? digits * kExactPowers[d.exponent] : digits / kExactPowers[-d.exponent];
+  } else if constexpr (std::numeric_limits<long double>::digits == 64) {
+    // Up to 19 digits and 10^27 are exact in the 64-bit significand of the
+    // extended type, so its product or quotient is correctly rounded to 64
+    // bits; rounding that again to 53 bits is correct unless it landed
+    // exactly halfway between two Doubles.
+    if (d.exponent < -27 || d.exponent > 27) return false;
+    static constexpr long double kWidePowers[] = {1e0L,  1e1L,  1e2L,  1e3L,  1e4L,  1e5L,  1e6L,
+                                                  1e7L,  1e8L,  1e9L,  1e10L, 1e11L, 1e12L, 1e13L,
+                                                  1e14L, 1e15L, 1e16L, 1e17L, 1e18L, 1e19L, 1e20L,
+                                                  1e21L, 1e22L, 1e23L, 1e24L, 1e25L, 1e26L, 1e27L};
+    const long double power = kWidePowers[d.exponent < 0 ? -d.exponent : d.exponent];
+    const auto digits = static_cast<long double>(d.digits);
+    const long double wide = d.exponent >= 0 ? digits * power : digits / power;
+    uint64_t significand;
+    std::memcpy(&significand, &wide, sizeof(significand));
+    if ((significand & 0x7ff) == 0x400) return false;
+    value = static_cast<double>(wide);
+  } else {
+    return false;
+  }
+  out = d.negative ? -value : value;
+  return true;
+}
+
+// Member names repeat throughout a document (every record of a list has the
+// same ones), and so do many short values. Within one parse, equal short
+// texts share one string: strings are immutable and shared copy-on-write,
+// so no holder can tell.
+class StringPool {
+ public:
+  Value Get(std::u16string_view text) {
+    if (text.size() > kLongest) return Value(text);
+    // Four code units at a time; the length goes in first, so the zero
+    // padding of the last word cannot make two texts alike.
+    uint64_t h = 0xcbf29ce484222325ULL ^ text.size();
+    size_t i = 0;
+    for (; i + 4 <= text.size(); i += 4) {
+      uint64_t units;
+      std::memcpy(&units, text.data() + i, sizeof(units));
+      h = (h ^ units) * 0x9e3779b97f4a7c15ULL;
+      h ^= h >> 32;
+    }
+    if (i < text.size()) {
+      // The last four units, overlapping the previous word, when there are
+      // that many.
+      uint64_t units = 0;
+      if (text.size() >= 4) {
+        std::memcpy(&units, text.data() + text.size() - 4, sizeof(units));
+      } else {
+        for (int shift = 0; i < text.size(); ++i, shift += 16) {
+          units |= static_cast<uint64_t>(text[i]) << shift;
+        }
+      }
+      h = (h ^ units) * 0x9e3779b97f4a7c15ULL;
+    }
+    h = (h ^ (h >> 29)) * 0xbf58476d1ce4e5b9ULL;
+    const auto hash = static_cast<uint32_t>(h ^ (h >> 32));
+    if (slots_.empty()) slots_.resize(kFirstSize);
+    const size_t mask = slots_.size() - 1;
+    for (size_t at = hash & mask;; at = (at + 1) & mask) {
+      Slot& slot = slots_[at];
+      if (!slot.used) {
+        if ((used_ + 1) * 2 > slots_.size()) {
+          if (slots_.size() >= kMostSlots) return Value(text);
+          Grow();
+          return Get(text);
+        }
+        slot.used = true;
+        slot.hash = hash;
+        slot.text = Value(text);
+        ++used_;
+        return slot.text;
+      }
+      if (slot.hash == hash && slot.text.string().size() == text.size() &&
+          (text.empty() ||
+           std::memcmp(slot.text.string().data(), text.data(), text.size() * 2) == 0)) {
+        return slot.text;
+      }
+    }
+  }
+
+ private:
+  static constexpr size_t kLongest = 32;
+  static constexpr size_t kFirstSize = 256;
+  static constexpr size_t kMostSlots = size_t{1} << 16;
+
+  struct Slot {
+    Value text;
+    uint32_t hash = 0;
+    bool used = false;
+  };
+
+  void Grow() {
+    std::vector<Slot> old(slots_.size() * 2);
+    old.swap(slots_);
+    const size_t mask = slots_.size() - 1;
+    for (Slot& s : old) {
+      if (!s.used) continue;
+      size_t i = s.hash & mask;
+      while (slots_[i].used) i = (i + 1) & mask;
+      slots_[i] = std::move(s);
+    }
+  }
+
+  std::vector<Slot> slots_;
+  size_t used_ = 0;
+};
+
+// One container being read. An object: its value (which owns it), a typed
+// pointer for adding, and the key of the member being read. An array: its
+// elements so far sit on the reader's element stack from `base` on, and
+// its Collection is made, at its final size, when it ends.
 struct Frame {
   Value container;
   Dictionary* dict = nullptr;
-  Collection* list = nullptr;
   Value key;
+  size_t base = 0;
 };
 
 // The reader: one position over the text and an explicit stack of open
@@ -112,16 +301,16 @@ class Reader {
   // comment starts a line comment, and any character after a "*" inside a
   // block comment spoils the following "*/".
   void Skip() noexcept {
+    // Most tokens follow the last one directly.
+    if (pos_ < n_ && !IsSkipped(s_[pos_])) return;
     // Blanks and line ends leave all flags off, so runs of them need no
     // state; only a character that can start a comment needs the machine.
-    while (pos_ < n_ &&
-           (s_[pos_] == u' ' || s_[pos_] == u'\n' || s_[pos_] == u'\r' || s_[pos_] == u'\t')) {
+    for (;;) {
+      SkipSpaces();
+      if (pos_ >= n_ || !IsBlank(s_[pos_])) break;
       ++pos_;
     }
-    if (pos_ >= n_ ||
-        (s_[pos_] != u'/' && s_[pos_] != u'*' && s_[pos_] != u'(' && s_[pos_] != u')')) {
-      return;
-    }
+    if (pos_ >= n_ || !IsSkipped(s_[pos_])) return;
     bool mark = false, in_comment = false, in_block = false;
     for (; pos_ < n_; ++pos_) {
       switch (s_[pos_]) {
@@ -159,6 +348,74 @@ class Reader {
     }
   }
 
+  // Indentation comes in runs of spaces: eight (or four) at a time.
+  void SkipSpaces() noexcept {
+#if defined(__SSE2__)
+    const __m128i spaces = _mm_set1_epi16(u' ');
+    while (n_ - pos_ >= 8) {
+      const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s_ + pos_));
+      const auto same = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi16(units, spaces)));
+      if (same != 0xffff) {
+        pos_ += static_cast<size_t>(std::countr_one(same)) / 2;
+        return;
+      }
+      pos_ += 8;
+    }
+#endif
+    while (n_ - pos_ >= 4) {
+      uint64_t units;
+      std::memcpy(&units, s_ + pos_, sizeof(units));
+      if (units != 0x0020002000200020ULL) break;
+      pos_ += 4;
+    }
+  }
+
+  // The first position from `i` on holding `a` or `b`, or the end.
+  size_t FindEither(size_t i, char16_t a, char16_t b) const noexcept {
+#if defined(__SSE2__)
+    const __m128i wide_a = _mm_set1_epi16(static_cast<int16_t>(a));
+    const __m128i wide_b = _mm_set1_epi16(static_cast<int16_t>(b));
+    while (n_ - i >= 8) {
+      const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s_ + i));
+      const auto hits = static_cast<unsigned>(_mm_movemask_epi8(
+          _mm_or_si128(_mm_cmpeq_epi16(units, wide_a), _mm_cmpeq_epi16(units, wide_b))));
+      if (hits != 0) return i + static_cast<size_t>(std::countr_zero(hits)) / 2;
+      i += 8;
+    }
+#endif
+    while (i < n_ && s_[i] != a && s_[i] != b) ++i;
+    return i;
+  }
+
+  // The end of a run of key characters from `i` on: the first quote, ":"
+  // or blank, or the end of the text.
+  size_t KeyRunEnd(size_t i) const noexcept {
+#if defined(__SSE2__)
+    // Eight units at a time while none can stop the run. Units from 0x8000
+    // on compare as negative and stop it too; the exact test below then
+    // goes on past them.
+    const __m128i quote = _mm_set1_epi16(u'"'), apostrophe = _mm_set1_epi16(u'\'');
+    const __m128i colon = _mm_set1_epi16(u':'), past_blanks = _mm_set1_epi16(u' ' + 1);
+    while (n_ - i >= 8) {
+      const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s_ + i));
+      const __m128i stops = _mm_or_si128(
+          _mm_or_si128(_mm_cmpeq_epi16(units, quote), _mm_cmpeq_epi16(units, apostrophe)),
+          _mm_or_si128(_mm_cmpeq_epi16(units, colon), _mm_cmplt_epi16(units, past_blanks)));
+      const auto hits = static_cast<unsigned>(_mm_movemask_epi8(stops));
+      if (hits != 0) {
+        i += static_cast<size_t>(std::countr_zero(hits)) / 2;
+        break;
+      }
+      i += 8;
+    }
+#endif
+    for (; i < n_; ++i) {
+      const char16_t c = s_[i];
+      if (c == u'"' || c == u'\'' || c == u':' || IsKeyBlank(c)) break;
+    }
+    return i;
+  }
+
   std::u16string_view From(size_t pos, size_t length = std::u16string_view::npos) const {
     return std::u16string_view(s_, n_).substr(std::min(pos, n_), length);
   }
@@ -191,31 +448,30 @@ class Reader {
       return;
     }
     ++pos_;
-    Frame frame;
+    Frame& frame = stack_.emplace_back();
     if (object) {
-      auto dict = MakeRef<Dictionary>();
-      try {
-        dict->SetCompareMode(compare_mode_);
-      } catch (const RuntimeError& e) {
-        // The runtime's reader goes on past a refused mode with the error
-        // still pending, so the object ends after its first member.
-        mode_failure_ = e.description();
+      auto* dict = new Dictionary();
+      frame.container = Value(static_cast<Object*>(dict));
+      frame.dict = dict;
+      if (compare_mode_ != 0) {
+        try {
+          dict->SetCompareMode(compare_mode_);
+        } catch (const RuntimeError& e) {
+          // The runtime's reader goes on past a refused mode with the error
+          // still pending, so the object ends after its first member.
+          mode_failure_ = e.description();
+        }
       }
-      frame.dict = dict.get();
-      frame.container = Value(dict);
     } else {
-      auto list = MakeRef<Collection>();
-      frame.list = list.get();
-      frame.container = Value(list);
+      frame.base = items_.size();
     }
-    stack_.push_back(std::move(frame));
   }
 
   // Ends the innermost container and adds it to the one around it. When
   // that add fails, the enclosing container ends as well, and so on out.
   void Close() {
     for (;;) {
-      Value done = std::move(stack_.back().container);
+      Value done = Finish(stack_.back());
       stack_.pop_back();
       if (stack_.empty()) {
         root_ = std::move(done);
@@ -228,7 +484,7 @@ class Reader {
   // Ends every open container where it stands, with no further lines.
   void Abandon() {
     while (!stack_.empty()) {
-      Value done = std::move(stack_.back().container);
+      Value done = Finish(stack_.back());
       stack_.pop_back();
       if (stack_.empty()) {
         root_ = std::move(done);
@@ -242,11 +498,21 @@ class Reader {
     }
   }
 
-  static void AddQuietly(Frame& f, Value item) {
+  // The finished container of the innermost frame.
+  Value Finish(Frame& f) {
+    if (f.dict != nullptr) return std::move(f.container);
+    auto* list = new Collection();
+    Value done(static_cast<Object*>(list));
+    list->Append(std::span<Value>(items_).subspan(f.base));
+    items_.resize(f.base);
+    return done;
+  }
+
+  void AddQuietly(Frame& f, Value item) {
     if (f.dict != nullptr) {
       f.dict->Add(f.key, std::move(item));
     } else {
-      f.list->Add(std::move(item));
+      items_.push_back(std::move(item));
     }
   }
 
@@ -315,18 +581,25 @@ class Reader {
       return;
     }
     const size_t start = pos_;
-    Value item;
+    const bool element = stack_.back().dict == nullptr;
+    bool added = true;
     try {
-      item = ReadScalar();
+      // An element goes straight onto the element stack, which cannot
+      // fail the way a member's Add can.
+      if (element) {
+        items_.push_back(ReadScalar());
+      } else {
+        added = AddToTop(ReadScalar());
+      }
     } catch (const RuntimeError& e) {
       Frame& f = stack_.back();
       AppendFailure(e, f.dict != nullptr ? f.key.string() : From(pos_, kExcerptLength));
       Close();
       return;
     }
-    if (!AddToTop(std::move(item))) {
+    if (!added) {
       Close();
-    } else if (pos_ == start && stack_.back().list != nullptr) {
+    } else if (pos_ == start && element) {
       // A bad "true", "false" or "null" leaves the position where it was;
       // reading it again would add the same element forever. Its line is
       // already there, so the array just ends.
@@ -336,6 +609,7 @@ class Reader {
 
   void ReadKey() {
     Skip();
+    if (ReadPlainKey()) return;
     scratch_.clear();
     bool in_double = false, in_single = false;
     while (pos_ < n_) {
@@ -358,16 +632,26 @@ class Reader {
       } else {
         // Whole runs of ordinary characters at once.
         const size_t start = pos_;
-        while (pos_ < n_) {
-          const char16_t d = s_[pos_];
-          if (d == u'"' || d == u'\'' || d == u':' || IsKeyBlank(d)) break;
-          ++pos_;
-        }
+        pos_ = KeyRunEnd(pos_);
         scratch_.append(s_ + start, pos_ - start);
         if (pos_ == start) ++pos_;  // a blank, dropped
       }
     }
-    stack_.back().key = Value(std::u16string_view(scratch_));
+    stack_.back().key = strings_.Get(scratch_);
+  }
+
+  // The usual key, "name" then ":" with only blanks between, taken straight
+  // from the text; false (position unchanged) for anything else.
+  bool ReadPlainKey() {
+    if (pos_ >= n_ || s_[pos_] != u'"') return false;
+    const size_t end = KeyRunEnd(pos_ + 1);
+    if (end >= n_ || s_[end] != u'"') return false;
+    size_t after = end + 1;
+    while (after < n_ && IsBlank(s_[after])) ++after;
+    if (after >= n_ || s_[after] != u':') return false;
+    stack_.back().key = strings_.Get(std::u16string_view(s_ + pos_ + 1, end - pos_ - 1));
+    pos_ = after + 1;
+    return true;
   }
 
   Value ReadScalar() {
@@ -418,9 +702,9 @@ class Reader {
     const char16_t quote = s_[pos_++];
     // Text without escapes becomes the value straight from the source.
     const size_t start = pos_;
-    while (pos_ < n_ && s_[pos_] != quote && s_[pos_] != u'\\') ++pos_;
+    pos_ = FindEither(pos_, quote, u'\\');
     if (pos_ >= n_ || s_[pos_] == quote) {
-      Value text(std::u16string_view(s_ + start, pos_ - start));
+      Value text = strings_.Get(std::u16string_view(s_ + start, pos_ - start));
       if (pos_ < n_) ++pos_;
       return text;
     }
@@ -432,8 +716,10 @@ class Reader {
         break;
       }
       if (c != u'\\') {
-        scratch_.push_back(c);
-        ++pos_;
+        // The run up to the next quote or escape at once.
+        const size_t run = pos_;
+        pos_ = FindEither(pos_, quote, u'\\');
+        scratch_.append(s_ + run, pos_ - run);
         continue;
       }
       if (pos_ + 1 >= n_) {
@@ -493,30 +779,115 @@ class Reader {
         ++pos_;  // drop the backslash; the next character is read as text
       }
     }
-    return Value(std::u16string_view(scratch_));
+    return strings_.Get(scratch_);
   }
 
   Value ReadNumber() {
-    const size_t start = pos_;
+    // A plain decimal is converted straight from the text; anything else
+    // (and text ending inside the number) takes the general path.
+    size_t i = pos_;
+    Decimal d;
+    if (i < n_ && s_[i] == u'-') {
+      d.negative = true;
+      ++i;
+    }
+    const size_t first = i;
+    i = ReadDigits(i, d.digits);
+    size_t count = i - first;
     bool real = false;
-    while (pos_ < n_ && IsNumberChar(s_[pos_])) {
-      const char16_t c = s_[pos_];
-      real = real || c == u'.' || c == u'e' || c == u'E';
-      ++pos_;
+    if (count > 0 && i < n_ && s_[i] == u'.') {
+      real = true;
+      const size_t fraction = ++i;
+      i = ReadDigits(i, d.digits);
+      if (i == fraction) count = 0;
+      count += i - fraction;
+      d.exponent = -static_cast<int32_t>(i - fraction);
+    }
+    if (count > 0 && i < n_ && (s_[i] == u'e' || s_[i] == u'E')) {
+      real = true;
+      ++i;
+      bool minus = false;
+      if (i < n_ && (s_[i] == u'+' || s_[i] == u'-')) minus = s_[i++] == u'-';
+      const size_t digits = i;
+      int32_t exponent = 0;
+      for (; i < n_ && IsDigit(s_[i]); ++i) {
+        if (exponent < 100000) exponent = exponent * 10 + (s_[i] - u'0');
+      }
+      if (i == digits) count = 0;
+      d.exponent += minus ? -exponent : exponent;
+    }
+    if (count > 0 && i < n_ && (s_[i] >= 0x80 || kNumberChars[s_[i]] == 0)) {
+      const std::u16string_view text(s_ + pos_, i - pos_);
+      pos_ = i;
+      if (!real) {
+        if (count <= 18) {
+          const int64_t value =
+              d.negative ? -static_cast<int64_t>(d.digits) : static_cast<int64_t>(d.digits);
+          if (value >= INT32_MIN && value <= INT32_MAX) return Value(static_cast<int32_t>(value));
+          if (large_integers_) return Value(value);
+        }
+        return ToWhole(text);
+      }
+      // More than 19 digits would have wrapped.
+      d.exact = count <= 19 && d.exponent > -1000000 && d.exponent < 1000000;
+      double value = 0;
+      if (FastDouble(d, value)) return Value(value);
+      return ToReal(text);
+    }
+    return ReadGatheredNumber();
+  }
+
+  // Accumulates the decimal digits from `i` on into `digits` (wrapping past
+  // 19 of them) and returns the position after the last.
+  size_t ReadDigits(size_t i, uint64_t& digits) const noexcept {
+    if constexpr (std::endian::native == std::endian::little) {
+      // Four digits at a time: each unit is 0x0030 + d, d from 0 to 9.
+      while (n_ - i >= 4) {
+        uint64_t units;
+        std::memcpy(&units, s_ + i, sizeof(units));
+        const uint64_t low = units - 0x0030003000300030ULL;
+        if ((units & 0xfff0fff0fff0fff0ULL) != 0x0030003000300030ULL ||
+            ((units + 0x0006000600060006ULL) & 0x00f000f000f000f0ULL) != 0x0030003000300030ULL) {
+          break;
+        }
+        // d0 d1 d2 d3 (first in the lowest unit) -> d0d1, d2d3 -> d0d1d2d3.
+        const uint64_t pairs = (low * 10 + (low >> 16)) & 0x0000ffff0000ffffULL;
+        const uint64_t four = (pairs * 100 + (pairs >> 32)) & 0xffffffffULL;
+        digits = digits * 10000 + four;
+        i += 4;
+      }
+    }
+    for (; i < n_ && IsDigit(s_[i]); ++i) digits = digits * 10 + (s_[i] - u'0');
+    return i;
+  }
+
+  Value ReadGatheredNumber() {
+    const size_t start = pos_;
+    uint8_t seen = 0;
+    for (; pos_ < n_ && s_[pos_] < 0x80; ++pos_) {
+      const uint8_t c = kNumberChars[s_[pos_]];
+      if (c == 0) break;
+      seen |= c;
     }
     if (pos_ >= n_) return Value();
     const std::u16string_view text(s_ + start, pos_ - start);
-    return real ? ToReal(text) : ToWhole(text);
+    return (seen & 2) != 0 ? ToReal(text) : ToWhole(text);
   }
 
   // Well-formed numbers are converted here; every other text goes to the
   // runtime's conversion, which gives the same value or raises its error.
-  Value ToReal(std::u16string_view text) const {
-    char buffer[64];
-    if (StrictDecimal(text, buffer, sizeof(buffer))) {
+  static Value ToReal(std::u16string_view text) {
+    Decimal d;
+    if (ScanDecimal(text, d)) {
       double value = 0;
-      auto [end, ec] = std::from_chars(buffer, buffer + text.size(), value);
-      if (ec == std::errc() && std::isfinite(value)) return Value(value);
+      if (FastDouble(d, value)) return Value(value);
+      char buffer[64];
+      if (text.size() < sizeof(buffer)) {
+        // Well formed, so ASCII.
+        for (size_t k = 0; k < text.size(); ++k) buffer[k] = static_cast<char>(text[k]);
+        auto [end, ec] = std::from_chars(buffer, buffer + text.size(), value);
+        if (ec == std::errc() && std::isfinite(value)) return Value(value);
+      }
     }
     return Value(runtime::ToDouble(Value(text)));
   }
@@ -556,6 +927,8 @@ class Reader {
   std::u16string mode_failure_;
   std::u16string scratch_;
   std::vector<Frame> stack_;
+  std::vector<Value> items_;  // elements of the open arrays, innermost last
+  StringPool strings_;
   Value root_ = Value::Nothing();
 };
 

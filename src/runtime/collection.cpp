@@ -1,5 +1,7 @@
 #include "kestrel/runtime/collection.hpp"
 
+#include <algorithm>
+#include <unordered_map>
 #include <utility>
 
 #include "detail/key_folding.hpp"
@@ -32,17 +34,47 @@ bool IsPositionKind(const Value& v) noexcept {
 
 }  // namespace
 
+// Folded key -> 0-based position of its item, and per item its entry in the
+// map (nullptr for an item without a key). Plain lists never have one, so
+// they cost one vector. The map's nodes never move, so positions can be
+// rewritten without hashing.
+struct Collection::KeyIndex {
+  using Map = std::unordered_map<std::u16string, size_t>;
+  Map map;
+  std::vector<Map::value_type*> slots;
+
+  // Brings the positions stored in the map up to date from `from` on,
+  // after an insertion or removal shifted the items.
+  void Reindex(size_t from) noexcept {
+    for (size_t i = from; i < slots.size(); ++i) {
+      if (slots[i] != nullptr) slots[i]->second = i;
+    }
+  }
+};
+
 KESTREL_REGISTER_CLASS(Collection, Collection::kQualifiedName, Instancing::kCreatable);
+
+Collection::Collection() = default;
 
 Collection::~Collection() {
   // Nested containers are released one after another, not one inside
   // another, however deep the tree.
+  if (std::none_of(items_.begin(), items_.end(), [](const Value& v) { return v.IsObject(); })) {
+    return;  // nothing nested: the items go with the vector
+  }
   detail::NestedRelease release;
   for (Value& item : items_) release.Take(item);
   items_.clear();
 }
 
 void Collection::Add(Value item, const Value& key, const Value& before, const Value& after) {
+  if (key.IsMissing() && before.IsMissing() && after.IsMissing()) {
+    // The common case: no key, at the end.
+    if (keys_) keys_->slots.reserve(items_.size() + 1);
+    items_.push_back(std::move(item));
+    if (keys_) keys_->slots.push_back(nullptr);
+    return;
+  }
   // The key is checked before the position: a bad key fails the same way
   // wherever the item would have gone.
   const bool keyed = !key.IsMissing();
@@ -50,7 +82,7 @@ void Collection::Add(Value item, const Value& key, const Value& before, const Va
   if (keyed) {
     if (!key.IsString()) RaiseStandard(errors::kTypeMismatch);
     folded = detail::FoldKeyCase(key.string());
-    if (index_.contains(folded)) RaiseStandard(errors::kDuplicateKey);
+    if (keys_ && keys_->map.contains(folded)) RaiseStandard(errors::kDuplicateKey);
   }
   if (!before.IsMissing() && !after.IsMissing()) RaiseStandard(errors::kInvalidProcedureCall);
 
@@ -63,28 +95,36 @@ void Collection::Add(Value item, const Value& key, const Value& before, const Va
 
   // Only allocation can fail from here on; undo the key on failure so the
   // index never names an item that is not there.
-  // slots_ stays empty until the first key, so a plain list costs one
-  // vector.
-  const bool tracked = keyed || !slots_.empty();
-  if (keyed && slots_.empty()) slots_.assign(items_.size(), nullptr);
-  KeyIndex::iterator slot = index_.end();
-  if (keyed) slot = index_.emplace(std::move(folded), position).first;
+  if (keyed && !keys_) {
+    auto keys = std::make_unique<KeyIndex>();
+    keys->slots.assign(items_.size(), nullptr);
+    keys_ = std::move(keys);
+  }
+  KeyIndex::Map::iterator slot;
+  if (keyed) slot = keys_->map.emplace(std::move(folded), position).first;
   try {
     items_.insert(items_.begin() + static_cast<std::ptrdiff_t>(position), std::move(item));
-    if (tracked) {
+    if (keys_) {
       try {
-        slots_.insert(slots_.begin() + static_cast<std::ptrdiff_t>(position),
-                      keyed ? &*slot : nullptr);
+        keys_->slots.insert(keys_->slots.begin() + static_cast<std::ptrdiff_t>(position),
+                            keyed ? &*slot : nullptr);
       } catch (...) {
         items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(position));
         throw;
       }
     }
   } catch (...) {
-    if (keyed) index_.erase(slot);
+    if (keyed) keys_->map.erase(slot);
     throw;
   }
-  Reindex(position + 1);
+  if (keys_) keys_->Reindex(position + 1);
+}
+
+void Collection::Append(std::span<Value> items) {
+  if (keys_) keys_->slots.reserve(items_.size() + items.size());
+  items_.reserve(items_.size() + items.size());
+  for (Value& item : items) items_.push_back(std::move(item));
+  if (keys_) keys_->slots.resize(items_.size(), nullptr);
 }
 
 Value Collection::Item(const Value& index) const {
@@ -93,12 +133,14 @@ Value Collection::Item(const Value& index) const {
 
 void Collection::Remove(const Value& index) {
   const size_t position = PositionOf(index);
-  if (!slots_.empty()) {
-    if (KeyIndex::value_type* slot = slots_[position]) index_.erase(index_.find(slot->first));
-    slots_.erase(slots_.begin() + static_cast<std::ptrdiff_t>(position));
+  if (keys_) {
+    if (KeyIndex::Map::value_type* slot = keys_->slots[position]) {
+      keys_->map.erase(keys_->map.find(slot->first));
+    }
+    keys_->slots.erase(keys_->slots.begin() + static_cast<std::ptrdiff_t>(position));
   }
   items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(position));
-  Reindex(position);
+  if (keys_) keys_->Reindex(position);
 }
 
 Ref<Object> Collection::NewEnum() {
@@ -114,18 +156,13 @@ size_t Collection::PositionOf(const Value& index) const {
     return static_cast<size_t>(n - 1);
   }
   if (index.IsString()) {
-    auto it = index_.find(detail::FoldKeyCase(index.string()));
-    if (it == index_.end()) RaiseStandard(errors::kInvalidProcedureCall);
+    if (!keys_) RaiseStandard(errors::kInvalidProcedureCall);
+    auto it = keys_->map.find(detail::FoldKeyCase(index.string()));
+    if (it == keys_->map.end()) RaiseStandard(errors::kInvalidProcedureCall);
     return it->second;
   }
   // Empty, Null, Missing, objects, arrays and error values select nothing.
   RaiseStandard(errors::kTypeMismatch);
-}
-
-void Collection::Reindex(size_t from) noexcept {
-  for (size_t i = from; i < slots_.size(); ++i) {
-    if (slots_[i] != nullptr) slots_[i]->second = i;
-  }
 }
 
 const DispatchTable<Collection>& Collection::Dispatch() {

@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
-#include <functional>
-#include <unordered_map>
+#include <cstring>
+#include <new>
+#include <string_view>
 #include <utility>
 
 #include "detail/key_folding.hpp"
@@ -18,120 +19,258 @@ namespace kestrel {
 namespace {
 
 // What a key is for matching: keys that are equal under the dictionary's
-// rules map to the same KeyId, and only those.
+// rules have the same tag and bits (or text), and only those.
 enum class KeyTag : uint8_t {
   kEmpty,
   kNull,
   kWhole,   // a number with an integral value in the int64 range: bits = int64
   kReal,    // any other number: bits = the Double's bit pattern
-  kText,    // text = the key (binary mode) or its case folding (text mode)
+  kText,    // compared as text (binary, or ASCII case-insensitive: see below)
   kObject,  // bits = the object's address (identity)
 };
 
-struct KeyId {
+// In text mode an ASCII key matches through ASCII case-insensitive
+// comparison of its own text, with no folded copy; any other text key is
+// matched through its full Unicode case folding. Folding never produces
+// "A".."Z" and folds ASCII exactly to lower case, so comparing both forms
+// with ASCII case ignored is the same as comparing their foldings.
+inline char16_t AsciiLower(char16_t c) noexcept {
+  return (c >= u'A' && c <= u'Z') ? static_cast<char16_t>(c + (u'a' - u'A')) : c;
+}
+
+uint32_t Mix(uint64_t h) noexcept {
+  // splitmix64 finaliser: consecutive integers and pointers spread evenly.
+  h += 0x9e3779b97f4a7c15ULL;
+  h = (h ^ (h >> 30)) * 0xbf58476d1ce4e5b9ULL;
+  h = (h ^ (h >> 27)) * 0x94d049bb133111ebULL;
+  return static_cast<uint32_t>(h ^ (h >> 31));
+}
+
+// Texts are hashed four code units (one 64-bit word) at a time.
+constexpr uint64_t kLanes = 0x0001000100010001ULL;
+
+uint64_t LoadUnits(const char16_t* p, size_t n) noexcept {
+  uint64_t w = 0;
+  if (n == 4) {
+    std::memcpy(&w, p, sizeof(w));
+  } else {
+    for (size_t k = 0; k < n; ++k) w |= static_cast<uint64_t>(p[k]) << (16 * k);
+  }
+  return w;
+}
+
+// "A".."Z" to lower case in each unit of a word, every other unit kept.
+uint64_t LowerUnits(uint64_t w) noexcept {
+  if ((w & (0xff80 * kLanes)) == 0) {
+    // All units ASCII: c + 0x3f reaches 0x80 from "A" on, c + 0x25 from
+    // just past "Z"; neither carries into the next unit.
+    const uint64_t from_a = w + 0x3f * kLanes;
+    const uint64_t past_z = w + 0x25 * kLanes;
+    return w | (((from_a & ~past_z) & (0x80 * kLanes)) >> 2);
+  }
+  uint64_t out = 0;
+  for (int shift = 0; shift < 64; shift += 16) {
+    const auto c = static_cast<char16_t>(w >> shift);
+    out |= static_cast<uint64_t>(AsciiLower(c)) << shift;
+  }
+  return out;
+}
+
+// The hash of a text, with "A".."Z" folded when `fold` is set; `any` gets
+// every unit ORed together.
+uint32_t HashUnits(std::u16string_view text, bool fold, uint64_t& any) noexcept {
+  uint64_t h = 0xcbf29ce484222325ULL ^ text.size() ^ (static_cast<uint64_t>(KeyTag::kText) << 56);
+  uint64_t seen = 0;
+  size_t i = 0;
+  for (; i + 4 <= text.size(); i += 4) {
+    uint64_t w = LoadUnits(text.data() + i, 4);
+    seen |= w;
+    if (fold) w = LowerUnits(w);
+    h = (h ^ w) * 0x100000001b3ULL;
+    h ^= h >> 29;
+  }
+  if (i < text.size()) {
+    // The last four units, overlapping the previous word, when there are
+    // that many: one load instead of one per unit.
+    uint64_t w = text.size() >= 4 ? LoadUnits(text.data() + text.size() - 4, 4)
+                                  : LoadUnits(text.data() + i, text.size() - i);
+    seen |= w;
+    if (fold) w = LowerUnits(w);
+    h = (h ^ w) * 0x100000001b3ULL;
+  }
+  any = seen;
+  return Mix(h);
+}
+
+uint32_t HashText(std::u16string_view text, bool fold) noexcept {
+  uint64_t any;
+  return HashUnits(text, fold, any);
+}
+
+// HashText(text, true) for ASCII text, in the same pass as the check;
+// false for any other text.
+bool HashAsciiText(std::u16string_view text, uint32_t& hash) noexcept {
+  uint64_t any;
+  hash = HashUnits(text, true, any);
+  return (any & (0xff80 * kLanes)) == 0;
+}
+
+bool TextEqual(std::u16string_view a, std::u16string_view b, bool fold) noexcept {
+  if (a.size() != b.size()) return false;
+  if (!fold) return a == b;
+  size_t i = 0;
+  for (; i + 4 <= a.size(); i += 4) {
+    const uint64_t x = LoadUnits(a.data() + i, 4), y = LoadUnits(b.data() + i, 4);
+    if (x != y && LowerUnits(x) != LowerUnits(y)) return false;
+  }
+  if (i < a.size() && a.size() >= 4) {
+    const size_t last = a.size() - 4;
+    const uint64_t x = LoadUnits(a.data() + last, 4), y = LoadUnits(b.data() + last, 4);
+    return x == y || LowerUnits(x) == LowerUnits(y);
+  }
+  for (; i < a.size(); ++i) {
+    if (a[i] != b[i] && AsciiLower(a[i]) != AsciiLower(b[i])) return false;
+  }
+  return true;
+}
+
+// A key reduced to what matching needs. `text` views the key's own text
+// or, for a non-ASCII key in text mode, `folded`.
+struct Probe {
   KeyTag tag = KeyTag::kEmpty;
+  uint32_t hash = 0;
   uint64_t bits = 0;
-  // A String: the key itself (sharing its text) or, when folding changes
-  // it, its case folding. Empty for every other tag.
-  Value text;
-
-  friend bool operator==(const KeyId& a, const KeyId& b) noexcept {
-    return a.tag == b.tag && a.bits == b.bits && a.text.string() == b.text.string();
-  }
+  std::u16string_view text;
+  Value folded;
 };
 
-struct KeyIdHash {
-  size_t operator()(const KeyId& k) const noexcept {
-    uint64_t h = k.bits ^ (static_cast<uint64_t>(k.tag) << 56);
-    if (k.tag == KeyTag::kText) h ^= std::hash<std::u16string_view>()(k.text.string());
-    // splitmix64 finaliser: consecutive integers and pointers spread evenly.
-    h += 0x9e3779b97f4a7c15ULL;
-    h = (h ^ (h >> 30)) * 0xbf58476d1ce4e5b9ULL;
-    h = (h ^ (h >> 27)) * 0x94d049bb133111ebULL;
-    return static_cast<size_t>(h ^ (h >> 31));
-  }
-};
+void SetBits(Probe& p, KeyTag tag, uint64_t bits) noexcept {
+  p.tag = tag;
+  p.bits = bits;
+  p.hash = Mix(bits ^ (static_cast<uint64_t>(tag) << 56));
+}
 
-KeyId NumberKey(double d) {
+void SetNumber(Probe& p, double d) noexcept {
   // Every number compares by value across kinds: 1, 1.0 and Long 1 are one
   // key, and -0 is 0. Integral values are held as int64 so that LongLong
   // keys beyond 2^53 stay distinct; all NaNs are one key, so that a NaN key
   // can be found again at all.
   constexpr double kTwo63 = 9223372036854775808.0;
-  if (std::isnan(d)) return {KeyTag::kReal, 0x7ff8000000000000ULL, {}};
-  if (d >= -kTwo63 && d < kTwo63 && std::trunc(d) == d) {
-    return {KeyTag::kWhole, static_cast<uint64_t>(static_cast<int64_t>(d)), {}};
+  if (std::isnan(d)) {
+    SetBits(p, KeyTag::kReal, 0x7ff8000000000000ULL);
+  } else if (d >= -kTwo63 && d < kTwo63 && std::trunc(d) == d) {
+    SetBits(p, KeyTag::kWhole, static_cast<uint64_t>(static_cast<int64_t>(d)));
+  } else {
+    SetBits(p, KeyTag::kReal, std::bit_cast<uint64_t>(d));
   }
-  return {KeyTag::kReal, std::bit_cast<uint64_t>(d), {}};
 }
 
-KeyId WholeKey(int64_t n) {
-  return {KeyTag::kWhole, static_cast<uint64_t>(n), {}};
-}
-
-KeyId MakeKeyId(const Value& key, CompareMethod mode) {
+Probe MakeProbe(const Value& key, CompareMethod mode) {
+  Probe p;
   switch (static_cast<Kind>(key.code())) {
     case Kind::kEmpty:
-      return {KeyTag::kEmpty, 0, {}};
+      SetBits(p, KeyTag::kEmpty, 0);
+      break;
     case Kind::kNull:
-      return {KeyTag::kNull, 0, {}};
+      SetBits(p, KeyTag::kNull, 0);
+      break;
     case Kind::kInteger:
     case Kind::kBoolean:  // True is -1, False 0
-      return WholeKey(key.integer());
+      SetBits(p, KeyTag::kWhole, static_cast<uint64_t>(int64_t{key.integer()}));
+      break;
     case Kind::kLong:
-      return WholeKey(key.long_value());
+      SetBits(p, KeyTag::kWhole, static_cast<uint64_t>(int64_t{key.long_value()}));
+      break;
     case Kind::kByte:
-      return WholeKey(key.byte());
+      SetBits(p, KeyTag::kWhole, key.byte());
+      break;
     case Kind::kLongLong:
-      return WholeKey(key.long_long());
+      SetBits(p, KeyTag::kWhole, static_cast<uint64_t>(key.long_long()));
+      break;
     case Kind::kSingle:
-      return NumberKey(key.single());
+      SetNumber(p, key.single());
+      break;
     case Kind::kDouble:
-      return NumberKey(key.dbl());
+      SetNumber(p, key.dbl());
+      break;
     case Kind::kDate:
-      return NumberKey(key.date());
+      SetNumber(p, key.date());
+      break;
     case Kind::kString: {
-      // Database mode compares as text mode does. Keys that folding leaves
-      // as they are (binary mode, or ASCII without capitals) share the key's
-      // text instead of holding a copy.
-      const std::u16string_view text = key.string();
-      const bool unchanged =
-          mode == CompareMethod::kBinary || std::all_of(text.begin(), text.end(), [](char16_t c) {
-            return c < 0x80 && (c < u'A' || c > u'Z');
-          });
-      return {KeyTag::kText, 0, unchanged ? key : Value(detail::FoldKeyCase(text))};
+      // Database mode compares as text mode does.
+      const bool fold = mode != CompareMethod::kBinary;
+      p.tag = KeyTag::kText;
+      p.text = key.string();
+      if (!fold) {
+        p.hash = HashText(p.text, false);
+      } else if (!HashAsciiText(p.text, p.hash)) {
+        p.folded = Value(detail::FoldKeyCase(p.text));
+        p.text = p.folded.string();
+        p.hash = HashText(p.text, true);
+      }
+      break;
     }
     case Kind::kObject:
-      return {KeyTag::kObject, reinterpret_cast<uintptr_t>(key.object()), {}};
+      SetBits(p, KeyTag::kObject, reinterpret_cast<uintptr_t>(key.object()));
+      break;
     default:
       // Arrays and Error-kind values (Missing included) cannot be keys.
       RaiseStandard(errors::kTypeMismatch);
   }
+  return p;
 }
 
 }  // namespace
 
-// Entries sit in a vector in insertion order; a hash index maps each KeyId
-// to its entry's position. Remove leaves a tombstone (an entry without a
+// Entries sit in a vector in insertion order, each with its key's hash and
+// matching form. Up to kLinearLimit entries a look-up scans them; past that
+// an open-addressing table of entry positions (linear probing) is built and
+// kept. Remove leaves a tombstone (an entry that is not live, and a kGone
 // slot) and the vector is compacted once tombstones outnumber live entries,
 // so removals cost amortised constant time and positions stay valid between
 // compactions. Every entry also carries a sequence number that only grows,
 // so a live enumerator can find its place again after any change.
 struct Dictionary::Impl {
-  using Index = std::unordered_map<KeyId, size_t, KeyIdHash>;
+  // What an entry keeps of its key's probe.
+  static Value MatchOf(Probe&& p) noexcept {
+    return p.tag == KeyTag::kText ? std::move(p.folded) : Value(static_cast<int64_t>(p.bits));
+  }
+
+  static constexpr size_t kLinearLimit = 8;
+  static constexpr uint32_t kFree = UINT32_MAX;
+  static constexpr uint32_t kGone = UINT32_MAX - 1;
 
   struct Entry {
     Value key;  // as first added (or as last renamed by SetKey)
     Value item;
-    Index::value_type* slot;  // nullptr for a removed entry
-    uint64_t sequence;        // ascending along `entries`
+    // Text keys: the folding of a non-ASCII key in text mode, else Empty
+    // (the key's own text is used). Other keys: a LongLong of the bits.
+    Value match;
+    uint64_t sequence;  // ascending along `entries`
+    uint32_t hash;
+    KeyTag tag;
+    bool live;
+
+    std::u16string_view Text() const noexcept {
+      return match.IsString() ? match.string() : key.string();
+    }
+    bool Matches(const Probe& p, bool fold) const noexcept {
+      if (hash != p.hash || tag != p.tag) return false;
+      if (tag != KeyTag::kText) return static_cast<uint64_t>(match.long_long()) == p.bits;
+      return TextEqual(Text(), p.text, fold);
+    }
+    void SetKey(const Value& k, Probe&& p) {
+      key = k;
+      match = MatchOf(std::move(p));
+      hash = p.hash;
+      tag = p.tag;
+    }
   };
 
-  // Nodes of an unordered_map never move, so an entry can keep a pointer to
-  // its own index node and compaction rewrites positions without hashing.
-  Index index;
   std::vector<Entry> entries;
-  size_t removed = 0;
+  std::vector<uint32_t> table;  // empty while look-ups scan
+  size_t live = 0;
+  size_t table_filled = 0;  // slots that are not kFree
   uint64_t next_sequence = 0;
 
   // The first entry still present whose sequence number is `sequence` or
@@ -139,40 +278,93 @@ struct Dictionary::Impl {
   const Entry* FirstPresentFrom(uint64_t sequence) const noexcept {
     auto it = std::lower_bound(entries.begin(), entries.end(), sequence,
                                [](const Entry& e, uint64_t s) { return e.sequence < s; });
-    while (it != entries.end() && it->slot == nullptr) ++it;
+    while (it != entries.end() && !it->live) ++it;
     return it == entries.end() ? nullptr : &*it;
   }
 
-  Entry* Find(const KeyId& id) {
-    auto it = index.find(id);
-    return it == index.end() ? nullptr : &entries[it->second];
+  size_t Mask() const noexcept { return table.size() - 1; }
+
+  Entry* Find(const Probe& p, bool fold) noexcept {
+    return const_cast<Entry*>(std::as_const(*this).Find(p, fold));
+  }
+  const Entry* Find(const Probe& p, bool fold) const noexcept {
+    if (table.empty()) {
+      for (const Entry& e : entries) {
+        if (e.live && e.Matches(p, fold)) return &e;
+      }
+      return nullptr;
+    }
+    for (size_t i = p.hash & Mask();; i = (i + 1) & Mask()) {
+      const uint32_t slot = table[i];
+      if (slot == kFree) return nullptr;
+      if (slot != kGone && entries[slot].Matches(p, fold)) return &entries[slot];
+    }
+  }
+
+  void Place(uint32_t hash, uint32_t position) noexcept {
+    size_t i = hash & Mask();
+    while (table[i] != kFree && table[i] != kGone) i = (i + 1) & Mask();
+    if (table[i] == kFree) ++table_filled;
+    table[i] = position;
+  }
+
+  // The table slot holding `position`.
+  size_t SlotOf(uint32_t hash, uint32_t position) const noexcept {
+    size_t i = hash & Mask();
+    while (table[i] != position) i = (i + 1) & Mask();
+    return i;
+  }
+
+  void Rebuild() {
+    size_t size = 16;
+    while (size < live * 2 + 2) size *= 2;
+    table.assign(size, kFree);
+    table_filled = 0;
+    for (size_t k = 0; k < entries.size(); ++k) {
+      if (entries[k].live) Place(entries[k].hash, static_cast<uint32_t>(k));
+    }
   }
 
   // Appends a new entry; the caller has checked that the key is absent.
-  Entry& Append(KeyId id, const Value& key, Value item) {
-    auto it = index.emplace(std::move(id), entries.size()).first;
-    try {
-      entries.push_back(Entry{key, std::move(item), &*it, next_sequence});
-    } catch (...) {
-      index.erase(it);
-      throw;
-    }
+  Entry& Append(const Value& key, Value item, Probe&& p) {
+    if (entries.size() >= kGone) RaiseStandard(errors::kOutOfMemory);
+    if (entries.empty()) entries.reserve(2);
+    Entry& e = entries.emplace_back(
+        Entry{key, std::move(item), MatchOf(std::move(p)), next_sequence, p.hash, p.tag, true});
     ++next_sequence;
-    return entries.back();
+    ++live;
+    const auto position = static_cast<uint32_t>(entries.size() - 1);
+    if (!table.empty() && (table_filled + 1) * 4 <= table.size() * 3) {
+      Place(e.hash, position);
+    } else if (!table.empty() || entries.size() > kLinearLimit) {
+      try {
+        Rebuild();
+      } catch (const std::bad_alloc&) {
+        // Scanning still finds every entry; the table is tried again at
+        // the next add.
+        table.clear();
+        table_filled = 0;
+      }
+    }
+    return e;
   }
 
   void Erase(Entry& entry) noexcept {
-    index.erase(index.find(entry.slot->first));
-    entry.slot = nullptr;
+    const auto position = static_cast<uint32_t>(&entry - entries.data());
+    if (!table.empty()) table[SlotOf(entry.hash, position)] = kGone;
+    entry.live = false;
     // Release the key and item now, not at the next compaction: the caller
     // expects a removed object to be let go.
     Value key = std::move(entry.key);
     Value item = std::move(entry.item);
-    ++removed;
-    if (index.empty()) {
+    entry.match = Value();
+    --live;
+    const size_t removed = entries.size() - live;
+    if (live == 0) {
       entries.clear();
-      removed = 0;
-    } else if (removed > 16 && removed > index.size()) {
+      table.clear();
+      table_filled = 0;
+    } else if (removed > 16 && removed > live) {
       Compact();
     }
     // key and item are released here, after the structure is consistent
@@ -182,23 +374,27 @@ struct Dictionary::Impl {
   void Compact() noexcept {
     size_t out = 0;
     for (size_t i = 0; i < entries.size(); ++i) {
-      if (entries[i].slot == nullptr) continue;
+      if (!entries[i].live) continue;
       if (out != i) entries[out] = std::move(entries[i]);
-      entries[out].slot->second = out;
       ++out;
     }
     entries.erase(entries.begin() + static_cast<std::ptrdiff_t>(out), entries.end());
-    removed = 0;
+    if (!table.empty()) {
+      // Same size, fewer entries: refilling cannot need more memory.
+      std::fill(table.begin(), table.end(), kFree);
+      table_filled = 0;
+      for (size_t k = 0; k < entries.size(); ++k) Place(entries[k].hash, static_cast<uint32_t>(k));
+    }
   }
 
   template <class F>
   Value Collect(F field) const {
-    const auto n = static_cast<int32_t>(index.size());
+    const auto n = static_cast<int32_t>(live);
     Value array = Value::NewArray(Kind::kVariant, {Bounds{0, n - 1}});
     std::span<Value> out = array.MutableElements();
     size_t i = 0;
     for (const Entry& e : entries) {
-      if (e.slot != nullptr) out[i++] = field(e);
+      if (e.live) out[i++] = field(e);
     }
     return array;
   }
@@ -206,73 +402,69 @@ struct Dictionary::Impl {
 
 KESTREL_REGISTER_CLASS(Dictionary, Dictionary::kQualifiedName, Instancing::kCreatable);
 
-Dictionary::Dictionary() : impl_(std::make_shared<Impl>()) {}
+Dictionary::Dictionary() : impl_(new (storage_) Impl()) {
+  static_assert(sizeof(Impl) <= kImplSize && alignof(Impl) <= 8);
+}
 
 Dictionary::~Dictionary() {
-  // A live enumerator keeps the entries; otherwise nested containers are
+  // A live enumerator keeps shared entries; otherwise nested containers are
   // released one after another rather than one inside another.
-  if (impl_.use_count() != 1) return;
-  detail::NestedRelease release;
-  for (Impl::Entry& e : impl_->entries) {
-    release.Take(e.key);
-    release.Take(e.item);
+  if (shared_ && shared_.use_count() != 1) return;
+  if (std::any_of(impl_->entries.begin(), impl_->entries.end(),
+                  [](const Impl::Entry& e) { return e.key.IsObject() || e.item.IsObject(); })) {
+    detail::NestedRelease release;
+    for (Impl::Entry& e : impl_->entries) {
+      release.Take(e.key);
+      release.Take(e.item);
+    }
   }
-  impl_.reset();
+  if (!shared_) impl_->~Impl();
 }
 
 void Dictionary::Add(const Value& key, Value item) {
-  // One hash and one probe: the key goes into the index first and comes out
-  // again when the entry cannot be stored.
-  auto [slot, added] = impl_->index.emplace(MakeKeyId(key, KeyMode()), impl_->entries.size());
-  if (!added) RaiseStandard(errors::kDuplicateKey);
-  try {
-    impl_->entries.push_back(Impl::Entry{key, std::move(item), &*slot, impl_->next_sequence});
-  } catch (...) {
-    impl_->index.erase(slot);
-    throw;
-  }
-  ++impl_->next_sequence;
+  Probe p = MakeProbe(key, KeyMode());
+  if (impl_->Find(p, TextMode())) RaiseStandard(errors::kDuplicateKey);
+  impl_->Append(key, std::move(item), std::move(p));
 }
 
 Value Dictionary::Item(const Value& key) {
-  KeyId id = MakeKeyId(key, KeyMode());
-  if (Impl::Entry* e = impl_->Find(id)) return e->item;
+  Probe p = MakeProbe(key, KeyMode());
+  if (Impl::Entry* e = impl_->Find(p, TextMode())) return e->item;
   // Reading a missing key adds it: the runtime's dictionary does, and code
   // written against it relies on d(k) = d(k) + 1 working for a new k.
-  impl_->Append(std::move(id), key, Value());
+  impl_->Append(key, Value(), std::move(p));
   return Value();
 }
 
 void Dictionary::SetItem(const Value& key, Value item) {
-  KeyId id = MakeKeyId(key, KeyMode());
-  if (Impl::Entry* e = impl_->Find(id)) {
+  Probe p = MakeProbe(key, KeyMode());
+  if (Impl::Entry* e = impl_->Find(p, TextMode())) {
     e->item = std::move(item);  // the key keeps its first spelling and kind
   } else {
-    impl_->Append(std::move(id), key, std::move(item));
+    impl_->Append(key, std::move(item), std::move(p));
   }
 }
 
 void Dictionary::SetKey(const Value& key, const Value& new_key) {
-  Impl::Entry* e = impl_->Find(MakeKeyId(key, KeyMode()));
+  Impl::Entry* e = impl_->Find(MakeProbe(key, KeyMode()), TextMode());
   if (e == nullptr) RaiseStandard(errors::kElementNotFound);
-  KeyId id = MakeKeyId(new_key, KeyMode());
+  Probe p = MakeProbe(new_key, KeyMode());
   // Also when new_key names this very entry (another spelling in text mode):
   // the runtime refuses the rename rather than respell the key.
-  if (impl_->index.contains(id)) RaiseStandard(errors::kDuplicateKey);
-  // The entry keeps its place in the order; its index node is re-keyed in
-  // place (extract and insert keep the node, so the entry's slot stays valid).
-  auto node = impl_->index.extract(impl_->index.find(e->slot->first));
-  node.key() = std::move(id);
-  impl_->index.insert(std::move(node));
-  e->key = new_key;
+  if (impl_->Find(p, TextMode())) RaiseStandard(errors::kDuplicateKey);
+  // The entry keeps its place in the order; only its table slot moves.
+  const auto position = static_cast<uint32_t>(e - impl_->entries.data());
+  if (!impl_->table.empty()) impl_->table[impl_->SlotOf(e->hash, position)] = Impl::kGone;
+  e->SetKey(new_key, std::move(p));
+  if (!impl_->table.empty()) impl_->Place(e->hash, position);
 }
 
 bool Dictionary::Exists(const Value& key) const {
-  return impl_->index.contains(MakeKeyId(key, KeyMode()));
+  return impl_->Find(MakeProbe(key, KeyMode()), TextMode()) != nullptr;
 }
 
 int32_t Dictionary::Count() const noexcept {
-  return static_cast<int32_t>(impl_->index.size());
+  return static_cast<int32_t>(impl_->live);
 }
 
 Value Dictionary::Keys() const {
@@ -284,7 +476,7 @@ Value Dictionary::Items() const {
 }
 
 void Dictionary::Remove(const Value& key) {
-  Impl::Entry* e = impl_->Find(MakeKeyId(key, KeyMode()));
+  Impl::Entry* e = impl_->Find(MakeProbe(key, KeyMode()), TextMode());
   if (e == nullptr) RaiseStandard(errors::kElementNotFound);
   impl_->Erase(*e);
 }
@@ -294,8 +486,9 @@ void Dictionary::RemoveAll() noexcept {
   // already empty dictionary.
   std::vector<Impl::Entry> entries = std::move(impl_->entries);
   impl_->entries.clear();
-  impl_->index.clear();
-  impl_->removed = 0;
+  impl_->table.clear();
+  impl_->table_filled = 0;
+  impl_->live = 0;
 }
 
 void Dictionary::SetCompareMode(int32_t mode) {
@@ -310,7 +503,9 @@ void Dictionary::SetCompareMode(int32_t mode) {
 // last key the enumerator stays at its end until Reset.
 class Dictionary::KeyEnumerator : public Dispatchable<KeyEnumerator>, public Enumerator {
  public:
-  explicit KeyEnumerator(std::shared_ptr<const Impl> entries) : entries_(std::move(entries)) {
+  // Holds either the dictionary or its shared entries.
+  KeyEnumerator(Ref<Object> owner, std::shared_ptr<const Impl> shared, const Impl* entries)
+      : owner_(std::move(owner)), shared_(std::move(shared)), entries_(entries) {
     Reset();
   }
 
@@ -340,13 +535,21 @@ class Dictionary::KeyEnumerator : public Dispatchable<KeyEnumerator>, public Enu
   }
 
  private:
-  std::shared_ptr<const Impl> entries_;
+  Ref<Object> owner_;
+  std::shared_ptr<const Impl> shared_;
+  const Impl* entries_;
   uint64_t next_ = 0;
   bool at_end_ = true;
 };
 
 Ref<Object> Dictionary::NewEnum() {
-  return MakeRef<KeyEnumerator>(impl_);
+  if (RefCount() > 0) return MakeRef<KeyEnumerator>(Ref<Object>(this), nullptr, impl_);
+  if (!shared_) {
+    shared_ = std::make_shared<Impl>(std::move(*impl_));
+    impl_->~Impl();
+    impl_ = shared_.get();
+  }
+  return MakeRef<KeyEnumerator>(nullptr, shared_, impl_);
 }
 
 const DispatchTable<Dictionary>& Dictionary::Dispatch() {

@@ -107,6 +107,20 @@ TEST(Collection, RemoveShiftsItemsAndFreesTheKey) {
   EXPECT_EQ(seen, u"abc");
 }
 
+// Append moves items in after keyed ones; keys keep finding their items.
+TEST(Collection, AppendKeepsKeys) {
+  Collection c;
+  Fill(c);
+  Value more[] = {Value(u"d"), Value(u"e")};
+  c.Append(more);
+  EXPECT_TRUE(more[0].IsEmpty());
+  c.Remove(Value(u"ka"));
+  c.Add(Value(u"f"), Value(u"kf"), Value(u"straße"));
+  EXPECT_EQ(Joined(c), u"f b c d e");
+  EXPECT_EQ(c.Item(Value(u"STRASSE")).string(), u"b");
+  EXPECT_EQ(c.Item(Value(u"KF")).string(), u"f");
+}
+
 TEST(Collection, ByName) {
   Ref<Object> c = CreateObject(u"KESTREL.COLLECTION");
   CallByName(c, u"Add", CallKind::kMethod, {Value(u"a")});

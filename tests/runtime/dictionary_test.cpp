@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "kestrel/frame/errors.hpp"
+#include "kestrel/frame/unicode.hpp"
 #include "kestrel/runtime/registry.hpp"
 #include "runtime_error_matchers.hpp"
 
@@ -155,6 +156,24 @@ TEST(Dictionary, LiveEnumeration) {
   }
 }
 
+// An enumerator outlives its dictionary, counted or not, and still walks
+// the keys the dictionary had.
+TEST(Dictionary, EnumeratorOutlivesTheDictionary) {
+  for (bool counted : {false, true}) {
+    SCOPED_TRACE(counted);
+    Ref<Object> e;
+    {
+      Dictionary plain;
+      Ref<Dictionary> held = MakeRef<Dictionary>();
+      Dictionary& d = counted ? *held : plain;
+      for (const char16_t* k : {u"a", u"b"}) d.Add(Value(k), Value(MakeRef<Dictionary>()));
+      e = d.NewEnum();
+      d.Add(Value(u"c"), Value());
+    }
+    EXPECT_EQ(Walk(e), (Texts{u"a", u"b", u"c"}));
+  }
+}
+
 // 100,000 keys, removed oldest first while more are added: a removal that
 // shifted the entries or rebuilt the index would make this quadratic.
 TEST(Dictionary, ManyAddsAndRemoves) {
@@ -170,6 +189,36 @@ TEST(Dictionary, ManyAddsAndRemoves) {
   EXPECT_FALSE(d.Exists(Value(kCount - 1)));
   for (int32_t i = 0; i < kCount; i += 2) d.Remove(Value(kCount + i));
   EXPECT_EQ(d.Keys().GetElement({0}).long_value(), kCount + 1);
+}
+
+// The same changes on a small dictionary (looked up by scanning) and on
+// large ones (looked up through the hash table, compacted after many
+// removals), in text mode with ASCII and non-ASCII keys.
+TEST(Dictionary, SmallAndLargeAgree) {
+  for (int32_t extra : {0, 8, 60}) {
+    SCOPED_TRACE(extra);
+    Dictionary d;
+    d.SetCompareMode(CompareMethod::kText);
+    auto key = [](int32_t i) { return Value(FromUtf8("Key" + std::to_string(i))); };
+    for (const char16_t* k : {u"Straße", u"b", u"C"}) d.Add(Value(k), Value(k));
+    for (int32_t i = 0; i < extra; ++i) d.Add(key(i), Value(i));
+    EXPECT_RAISES(d.Add(Value(u"STRASSE"), Value()), errors::kDuplicateKey);
+    EXPECT_RAISES(d.Add(Value(u"c"), Value()), errors::kDuplicateKey);
+    d.SetKey(Value(u"B"), Value(u"Émile"));
+    EXPECT_RAISES(d.SetKey(Value(u"c"), Value(u"ÉMILE")), errors::kDuplicateKey);
+    for (int32_t i = 0; i < extra; ++i) {
+      if (i % 3 != 0) d.Remove(FromUtf8("KEY" + std::to_string(i)));
+    }
+    d.Remove(Value(u"strasse"));
+    d.Add(Value(u"straße"), Value(u"again"));
+    EXPECT_EQ(d.Item(Value(u"émile")).string(), u"b");
+    EXPECT_FALSE(d.Exists(Value(u"b")));
+    for (int32_t i = 0; i < extra; ++i) EXPECT_EQ(d.Exists(key(i)), i % 3 == 0) << i;
+    EXPECT_EQ(d.Count(), 3 + (extra + 2) / 3);
+    const Value keys = d.Keys();
+    EXPECT_EQ(keys.GetElement({0}).string(), u"Émile");
+    EXPECT_EQ(keys.GetElement({keys.UBound()}).string(), u"straße");
+  }
 }
 
 TEST(Dictionary, ByName) {

@@ -18,9 +18,11 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <span>
 #include <string>
 #include <string_view>
-#include <unordered_map>
+#include <unordered_map>  // kept for callers that relied on it
 #include <vector>
 
 #include "kestrel/frame/export.hpp"
@@ -33,15 +35,18 @@ class KESTREL_API Collection : public Dispatchable<Collection> {
  public:
   static constexpr std::u16string_view kQualifiedName = u"Kestrel.Collection";
 
-  Collection() = default;
+  Collection();
   ~Collection() override;
 
-  void Add(Value item, const Value& key = Value::Missing(),
-           const Value& before = Value::Missing(), const Value& after = Value::Missing());
+  void Add(Value item, const Value& key = Value::Missing(), const Value& before = Value::Missing(),
+           const Value& after = Value::Missing());
   // A number is a position (rounded, ties to even); text is a key.
   Value Item(const Value& index) const;
   int32_t Count() const noexcept { return static_cast<int32_t>(items_.size()); }
   void Remove(const Value& index);
+  // Appends every item of `items`, moved out, without keys: what Add(item)
+  // does for each, with one allocation for the lot.
+  void Append(std::span<Value> items);
 
   // C++ iteration over the items in order.
   std::vector<Value>::const_iterator begin() const noexcept { return items_.begin(); }
@@ -51,19 +56,13 @@ class KESTREL_API Collection : public Dispatchable<Collection> {
   static const DispatchTable<Collection>& Dispatch();
 
  private:
-  // Folded key -> 0-based position of its item.
-  using KeyIndex = std::unordered_map<std::u16string, size_t>;
+  // The key index, allocated with the first key (collection.cpp).
+  struct KeyIndex;
 
   size_t PositionOf(const Value& index) const;  // 0-based
-  // Brings the positions stored in the key index up to date from `from` on,
-  // after an insertion or removal shifted the items.
-  void Reindex(size_t from) noexcept;
 
   std::vector<Value> items_;
-  // Per item, its entry in index_ (nullptr for an item without a key). The
-  // map's nodes never move, so positions can be rewritten without hashing.
-  std::vector<KeyIndex::value_type*> slots_;
-  KeyIndex index_;
+  std::unique_ptr<KeyIndex> keys_;
 };
 
 }  // namespace kestrel

@@ -74,18 +74,25 @@ class KESTREL_API Dictionary : public Dispatchable<Dictionary> {
   static const DispatchTable<Dictionary>& Dispatch();
 
  private:
-  // Entries in insertion order and the hash index over their keys
-  // (dictionary.cpp).
+  // Entries in insertion order and, past a few entries, a hash table over
+  // their keys (dictionary.cpp).
   struct Impl;
   class KeyEnumerator;
   // How keys match under the stored mode.
   CompareMethod KeyMode() const noexcept {
     return compare_mode_ == 0 ? CompareMethod::kBinary : CompareMethod::kText;
   }
+  bool TextMode() const noexcept { return compare_mode_ != 0; }
 
-  // Shared with live enumerators, which may outlive the dictionary (and a
-  // dictionary on the stack cannot be kept alive by reference counting).
-  std::shared_ptr<Impl> impl_;
+  // The entries live in storage_, inside the dictionary. An enumerator of
+  // a dictionary held by reference count holds the dictionary; one made
+  // while nothing counts it (a dictionary on the stack cannot be kept alive
+  // that way) first moves the entries to the heap, shared with it, since it
+  // may outlive the dictionary.
+  static constexpr size_t kImplSize = 72;
+  Impl* impl_;
+  std::shared_ptr<Impl> shared_;
+  alignas(8) unsigned char storage_[kImplSize];
   int32_t compare_mode_ = 0;
 };
 

@@ -1,0 +1,95 @@
+// Doubles read from JSON must be the correctly rounded value of their text
+// whichever conversion path a number takes (one exact operation, the 64-bit
+// extended type, or the general conversion), so every row is checked bit for
+// bit against the C library's strtod.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "kestrel/formats/json.hpp"
+#include "kestrel/frame/unicode.hpp"
+#include "kestrel/runtime/collection.hpp"
+
+namespace kestrel {
+namespace {
+
+TEST(JSON, DoublesAreCorrectlyRounded) {
+  const char* const texts[] = {
+      "0.0",
+      "-0.0",
+      "1.5",
+      "0.1",
+      "-65.613616999999977",
+      "3.14159265358979323",
+      "9007199254740993.0",  // 2^53 + 1: halfway between two Doubles
+      "9007199254740995.0",  // 2^53 + 3: halfway, rounds up to even
+      "1.00000000000000011102230246251565404236316680908203125",  // halfway, 55 digits
+      "1.0000000000000002220446049250313080847263336181640625",   // 1 + 2^-52, exact
+      "2.2250738585072011e-308",
+      "4.9406564584124654e-324",
+      "1.7976931348623157e308",
+      "123456789012345678.9",    // 19 digits
+      "1234567890123456789.01",  // 21 digits: the general conversion
+      "0.000000000000000000001234",
+      "1e22",
+      "1e23",
+      "1.5e-22",
+      "8.5e27",
+      "7.1e-27",
+      "1.23456789e28",
+      "4.35679e-28",
+      "9999999999999999999e5",
+      "12345.6789E+3",
+      "1E-5",
+  };
+  std::string array = "[";
+  for (const char* t : texts) array += std::string(t) + ",";
+  array.back() = ']';
+  JSON json;
+  ASSERT_TRUE(json.Parse(FromUtf8(array))) << ToUtf8(json.ParseError());
+  const auto& list = dynamic_cast<const Collection&>(*json.JSONObject().object());
+  ASSERT_EQ(list.Count(), static_cast<int32_t>(std::size(texts)));
+  size_t i = 0;
+  for (const Value& v : list) {
+    SCOPED_TRACE(texts[i]);
+    ASSERT_EQ(v.kind(), Kind::kDouble);
+    EXPECT_EQ(std::bit_cast<uint64_t>(v.dbl()),
+              std::bit_cast<uint64_t>(std::strtod(texts[i], nullptr)));
+    ++i;
+  }
+}
+
+// Numbers split across the paths at their edges: the kind and value each
+// text must give, or the failure that ends its array.
+TEST(JSON, IntegerEdges) {
+  const struct {
+    const char16_t* text;
+    bool large;
+    Kind kind;
+    int64_t value;
+  } cases[] = {
+      {u"[-2147483648]", false, Kind::kLong, INT32_MIN},
+      {u"[000000000000000000042]", false, Kind::kLong, 42},  // 21 digits, small value
+      {u"[2147483648]", true, Kind::kLongLong, 2147483648},
+      {u"[-999999999999999999]", true, Kind::kLongLong, -999999999999999999},
+      {u"[9223372036854775807]", true, Kind::kLongLong, INT64_MAX},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(ToUtf8(c.text));
+    JSON json;
+    json.SetLargeIntegers(c.large);
+    ASSERT_TRUE(json.Parse(c.text));
+    const Value& v = *dynamic_cast<const Collection&>(*json.JSONObject().object()).begin();
+    ASSERT_EQ(v.kind(), c.kind);
+    EXPECT_EQ(c.kind == Kind::kLong ? v.long_value() : v.long_long(), c.value);
+  }
+  JSON json;
+  EXPECT_FALSE(json.Parse(u"[2147483648]"));
+  EXPECT_EQ(json.ParseError(), u"Overflow: ]\r\n");
+}
+
+}  // namespace
+}  // namespace kestrel
