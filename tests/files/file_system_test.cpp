@@ -27,10 +27,6 @@ using testing::GiveToUnprivileged;
 using testing::RunAsUnprivileged;
 using testing::TempFolder;
 
-std::u16string U(const std::string& utf8) {
-  return FromUtf8(utf8);
-}
-
 // `prefix`, then `n` times `c`, then `suffix`.
 std::u16string Repeated(std::u16string_view prefix, size_t n, char16_t c,
                         std::u16string_view suffix = u"") {
@@ -51,7 +47,7 @@ class FileSystemTest : public ::testing::Test {
   FileSystem files;
   TempFolder folder;
   fs::path previous_;
-  std::u16string Path(const std::string& name) const { return U(folder.File(name)); }
+  std::u16string Path(const std::string& name) const { return FromUtf8(folder.File(name)); }
 };
 
 TEST_F(FileSystemTest, CreateFolderMakesParentsFirstAndRaisesFileErrors) {
@@ -208,11 +204,11 @@ TEST_F(FileSystemTest, CopyAndMoveReplaceOnlyAsAskedAndGoIntoFolders) {
     GTEST_SKIP() << "no second file system to move to";
   std::string other = "/dev/shm/kestrel-move-" + std::to_string(::getpid());
   folder.Write("a", "A");
-  EXPECT_TRUE(files.MoveFile(Path("a"), U(other)));
+  EXPECT_TRUE(files.MoveFile(Path("a"), FromUtf8(other)));
   EXPECT_EQ(FileBytes(other), "A");
   EXPECT_FALSE(fs::exists(folder.File("a")));
   folder.Write("a", "A2");
-  EXPECT_TRUE(files.MoveFile(Path("a"), U(other), false));  // no replacing here either
+  EXPECT_TRUE(files.MoveFile(Path("a"), FromUtf8(other), false));  // no replacing here either
   EXPECT_EQ(FileBytes(other), "A");
   EXPECT_EQ(FileBytes(folder.File("a")), "A2");
   fs::remove(other);
@@ -257,8 +253,8 @@ TEST_F(FileSystemTest, ShortAndLongPathsOfExistingPathsAreUnchanged) {
   } cases[] = {
       // clang-format off
       {u"", u""},  {Path("none"), u""},  {Path("f"), Path("f")},
-      {U(folder.path()), U(folder.path())},
-      {U(deep), std::u16string(260, u' ')},  // 260 characters or more: 260 spaces
+      {FromUtf8(folder.path()), FromUtf8(folder.path())},
+      {FromUtf8(deep), std::u16string(260, u' ')},  // 260 characters or more: 260 spaces
       // clang-format on
   };
   for (const auto& c : cases) {
@@ -272,9 +268,9 @@ TEST_F(FileSystemTest, TemporaryNamesAreRandomNamesInTheTemporaryFolder) {
   const char* saved = std::getenv("TMPDIR");
   std::string previous = saved ? saved : "";
   ::setenv("TMPDIR", (folder.path() + "//").c_str(), 1);
-  EXPECT_EQ(files.GetTempFolderName(), U(folder.path()));
+  EXPECT_EQ(files.GetTempFolderName(), FromUtf8(folder.path()));
   std::u16string name = files.GetTempFileName();
-  EXPECT_EQ(files.ParentFolderName(name), U(folder.path()));
+  EXPECT_EQ(files.ParentFolderName(name), FromUtf8(folder.path()));
   std::u16string base = files.BaseName(name);
   EXPECT_EQ(base.size(), 11u);
   EXPECT_EQ(base.find_first_not_of(u"0123456789abcdef", 3), std::u16string::npos);
