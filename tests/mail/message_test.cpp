@@ -18,14 +18,17 @@ TEST(Message, NewObjectsStartAsTheRecordsDo) {
   const Value m(CreateObject(Message::kQualifiedName));
   for (const char16_t* text : {u"Subject", u"Body", u"MessageType", u"DateReceived"})
     EXPECT_EQ(Get(m, text).string(), u"") << ToUtf8(text);
+  EXPECT_EQ(Get(m, u"Flags").long_value(), 0);
   const Value originator = Get(m, u"Originator");
   ASSERT_FALSE(originator.IsNothing());
   EXPECT_EQ(Get(originator, u"Class").long_value(), MAPI_ORIG);
+  EXPECT_EQ(Get(originator, u"Name").string(), u"");
   EXPECT_EQ(Get(Get(m, u"Recipients"), u"Count").long_value(), 0);
   EXPECT_EQ(Get(Get(m, u"Attachments"), u"Count").long_value(), 0);
 
   const Value a(CreateObject(Attachment::kQualifiedName));
   EXPECT_EQ(Get(a, u"Position").long_value(), -1);
+  EXPECT_EQ(Get(a, u"Flags").long_value(), 0);
   EXPECT_NO_THROW(CreateObject(AttachmentType::kQualifiedName));
 }
 
