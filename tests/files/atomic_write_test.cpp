@@ -21,10 +21,6 @@ using testing::RunAsUnprivileged;
 using testing::RunningAsRoot;
 using testing::TempFolder;
 
-void Put(const std::string& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
-}
-
 struct stat StatOf(const std::string& path) {
   struct stat st {};
   EXPECT_EQ(::stat(path.c_str(), &st), 0) << path;
@@ -105,8 +101,7 @@ TEST(ReplaceFileContent, KeepsModeOwnerAndLinksAndReportsEveryFailingStep) {
     if (c.given_away && !RunningAsRoot()) continue;
     SCOPED_TRACE(c.what);
     TempFolder folder;
-    const std::string path = folder.File("f");
-    Put(path, old_content);
+    const std::string path = folder.Write("f", old_content);
     ::chmod(path.c_str(), 0640);
     if (c.given_away) GiveToUnprivileged(path);
     const std::string link = folder.File("link");
@@ -148,8 +143,7 @@ TEST(ReplaceFileContent, FollowsThePermissionsOfFileAndFolder) {
   const std::string path = folder.File("p.ini");
   // Another user's file that anyone may write (root's, as root) is written
   // in place: a new file would belong to the writer.
-  const std::string others = folder.File("others.ini");
-  Put(others, "[s]\r\nk=1\r\n");
+  const std::string others = folder.Write("others.ini", "[s]\r\nk=1\r\n");
   ::chmod(others.c_str(), 0666);
   const struct stat others_before = StatOf(others);
   GiveToUnprivileged(folder.path());
@@ -157,7 +151,7 @@ TEST(ReplaceFileContent, FollowsThePermissionsOfFileAndFolder) {
   RunAsUnprivileged([&] {
     for (const auto& c : cases) {
       SCOPED_TRACE(c.what);
-      Put(path, "[s]\r\nk=1\r\n");
+      folder.Write("p.ini", "[s]\r\nk=1\r\n");
       const ino_t inode = StatOf(path).st_ino;
       ::chmod(path.c_str(), c.file_mode);
       ::chmod(folder.path().c_str(), c.folder_mode);

@@ -6,7 +6,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <span>
 #include <string>
 #include <string_view>
@@ -28,20 +27,12 @@ using testing::GiveToUnprivileged;
 using testing::RunAsUnprivileged;
 using testing::TempFolder;
 
-std::u16string U(const std::string& utf8) {
-  return FromUtf8(utf8);
-}
-
 // `prefix`, then `n` times `c`, then `suffix`.
 std::u16string Repeated(std::u16string_view prefix, size_t n, char16_t c,
                         std::u16string_view suffix = u"") {
   std::u16string s(prefix);
   s.append(n, c);
   return s.append(suffix);
-}
-
-void Put(const std::string& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
 }
 
 // Works in the temporary folder, so that relative names land there.
@@ -56,7 +47,7 @@ class FileSystemTest : public ::testing::Test {
   FileSystem files;
   TempFolder folder;
   fs::path previous_;
-  std::u16string Path(const std::string& name) const { return U(folder.File(name)); }
+  std::u16string Path(const std::string& name) const { return FromUtf8(folder.File(name)); }
 };
 
 TEST_F(FileSystemTest, CreateFolderMakesParentsFirstAndRaisesFileErrors) {
@@ -66,7 +57,7 @@ TEST_F(FileSystemTest, CreateFolderMakesParentsFirstAndRaisesFileErrors) {
   EXPECT_TRUE(files.CreateFolder(u"./rel/sub"));
   EXPECT_TRUE(fs::is_directory(folder.File("rel/sub")));
 
-  Put(folder.File("file"), "f");
+  folder.Write("file", "f");
   EXPECT_RAISES(files.CreateFolder(Path("file")), errors::kFileAlreadyExists);
   EXPECT_RAISES(files.CreateFolder(Path("file/sub")), errors::kFileAlreadyExists);
   // A parent chain that ends in the empty name, before anything is created.
@@ -92,12 +83,12 @@ TEST_F(FileSystemTest, TextFilesAreWindows1252WithoutAddedLineEndsAndRaiseFileEr
   std::string bytes;
   for (int i = 0; bytes.size() < 300000; ++i)
     bytes += i % 3 == 0 ? std::string(37, char(i % 256)) : std::string("plain ascii text, ");
-  Put(folder.File("big.txt"), bytes);
+  folder.Write("big.txt", bytes);
   EXPECT_EQ(files.ReadFile(Path("big.txt")), runtime::FromAnsi(bytes));
 
   // Whether a missing file or a missing folder is reported is the file-error
   // mapping's business; here each member shows that it hands over its path.
-  Put(folder.File("empty.txt"), "");
+  folder.Write("empty.txt", "");
   EXPECT_RAISES(files.ReadFile(Path("missing.txt")), errors::kFileNotFound);
   EXPECT_RAISES(files.ReadFile(Path("empty.txt")), errors::kInputPastEndOfFile);
   EXPECT_RAISES(files.ReadFile(Path("")), errors::kPathFileAccessError);  // the folder itself
@@ -109,7 +100,7 @@ TEST_F(FileSystemTest, TextFilesAreWindows1252WithoutAddedLineEndsAndRaiseFileEr
 }
 
 TEST_F(FileSystemTest, ExistenceTellsFilesFromFolders) {
-  Put(folder.File("f"), "f");
+  folder.Write("f", "f");
   fs::create_directory(folder.File("d"));
   fs::create_directory_symlink(folder.File("d"), folder.File("link"));
   const struct {
@@ -130,10 +121,10 @@ TEST_F(FileSystemTest, ExistenceTellsFilesFromFolders) {
 
 TEST_F(FileSystemTest, DeleteFolderRemovesReadOnlyContentButNotLinkTargets) {
   fs::create_directories(folder.File("tree/ro/inner"));
-  Put(folder.File("tree/ro/inner/f"), "f");
-  Put(folder.File("tree/ro/g"), "g");
+  folder.Write("tree/ro/inner/f", "f");
+  folder.Write("tree/ro/g", "g");
   fs::create_directory(folder.File("outside"));
-  Put(folder.File("outside/keep"), "k");
+  folder.Write("outside/keep", "k");
   fs::create_directory_symlink(folder.File("outside"), folder.File("tree/link"));
   ::chmod(folder.File("tree/ro/g").c_str(), 0444);
   ::chmod(folder.File("tree/ro/inner").c_str(), 0500);
@@ -163,7 +154,7 @@ TEST_F(FileSystemTest, DeniedChanges) {
   GiveToUnprivileged(folder.path());
   RunAsUnprivileged([&] {
     fs::create_directories(folder.File("locked/stays"));
-    Put(folder.File("locked/file"), "f");
+    folder.Write("locked/file", "f");
     ::chmod(folder.File("locked").c_str(), 0555);
     EXPECT_TRUE(files.DeleteFolder(Path("locked/stays")));
     EXPECT_TRUE(fs::is_directory(folder.File("locked/stays")));
@@ -177,41 +168,32 @@ TEST_F(FileSystemTest, DeniedChanges) {
   });
 }
 
-TEST_F(FileSystemTest, CopyFileReplacesOnlyWhenAskedAndCopiesIntoFolders) {
-  Put(folder.File("a"), "new");
-  Put(folder.File("b"), "old");
-  fs::create_directory(folder.File("d"));
-  EXPECT_TRUE(files.CopyFile(Path("a"), Path("b"), false));
-  EXPECT_EQ(FileBytes(folder.File("b")), "old");
-  EXPECT_TRUE(files.CopyFile(Path("a"), Path("b")));
-  EXPECT_EQ(FileBytes(folder.File("b")), "new");
-  EXPECT_TRUE(files.CopyFile(Path("a"), Path("d/")));
-  EXPECT_EQ(FileBytes(folder.File("d/a")), "new");
-  EXPECT_EQ(FileBytes(folder.File("a")), "new");
-}
-
-TEST_F(FileSystemTest, MoveFileNeverReplacesByItself) {
+TEST_F(FileSystemTest, CopyAndMoveReplaceOnlyAsAskedAndGoIntoFolders) {
   const struct {
     const char* name;
+    bool move;
     bool overwrite;
     std::string destination;
-    std::string a_after, b_after;  // "" for a missing file
+    std::string a_after, b_after, d_a_after;  // "" for a missing file
   } cases[] = {
-      {"overwrite deletes b first", true, "b", "", "A"},
-      {"without overwrite both stay", false, "b", "A", "B"},
-      {"into a folder", false, "d/", "", "B"},
+      {"copy replaces", false, true, "b", "A", "A", ""},
+      {"copy without overwrite", false, false, "b", "A", "B", ""},
+      {"copy into a folder", false, true, "d/", "A", "B", "A"},
+      {"move with overwrite deletes b first", true, true, "b", "", "A", ""},
+      {"move without overwrite: both stay", true, false, "b", "A", "B", ""},
+      {"move into a folder", true, false, "d/", "", "B", "A"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    Put(folder.File("a"), "A");
-    Put(folder.File("b"), "B");
+    folder.Write("a", "A");
+    folder.Write("b", "B");
     fs::create_directory(folder.File("d"));
-    EXPECT_TRUE(files.MoveFile(Path("a"), Path(c.destination), c.overwrite));
+    const auto from = Path("a"), to = Path(c.destination);
+    EXPECT_TRUE(c.move ? files.MoveFile(from, to, c.overwrite)
+                       : files.CopyFile(from, to, c.overwrite));
     EXPECT_EQ(FileBytes(folder.File("a")), c.a_after);
     EXPECT_EQ(FileBytes(folder.File("b")), c.b_after);
-    if (c.destination == "d/") {
-      EXPECT_EQ(FileBytes(folder.File("d/a")), "A");
-    }
+    EXPECT_EQ(FileBytes(folder.File("d/a")), c.d_a_after);
     fs::remove_all(folder.File("d"));
   }
 
@@ -221,12 +203,12 @@ TEST_F(FileSystemTest, MoveFileNeverReplacesByItself) {
       here.st_dev == shm.st_dev)
     GTEST_SKIP() << "no second file system to move to";
   std::string other = "/dev/shm/kestrel-move-" + std::to_string(::getpid());
-  Put(folder.File("a"), "A");
-  EXPECT_TRUE(files.MoveFile(Path("a"), U(other)));
+  folder.Write("a", "A");
+  EXPECT_TRUE(files.MoveFile(Path("a"), FromUtf8(other)));
   EXPECT_EQ(FileBytes(other), "A");
   EXPECT_FALSE(fs::exists(folder.File("a")));
-  Put(folder.File("a"), "A2");
-  EXPECT_TRUE(files.MoveFile(Path("a"), U(other), false));  // no replacing here either
+  folder.Write("a", "A2");
+  EXPECT_TRUE(files.MoveFile(Path("a"), FromUtf8(other), false));  // no replacing here either
   EXPECT_EQ(FileBytes(other), "A");
   EXPECT_EQ(FileBytes(folder.File("a")), "A2");
   fs::remove(other);
@@ -265,14 +247,14 @@ TEST_F(FileSystemTest, ShortAndLongPathsOfExistingPathsAreUnchanged) {
   std::string deep = folder.File(std::string(100, 'a') + "/" + std::string(100, 'b') + "/" +
                                  std::string(100, 'c'));
   fs::create_directories(deep);
-  Put(folder.File("f"), "f");
+  folder.Write("f", "f");
   const struct {
     std::u16string path, want;
   } cases[] = {
       // clang-format off
       {u"", u""},  {Path("none"), u""},  {Path("f"), Path("f")},
-      {U(folder.path()), U(folder.path())},
-      {U(deep), std::u16string(260, u' ')},  // 260 characters or more: 260 spaces
+      {FromUtf8(folder.path()), FromUtf8(folder.path())},
+      {FromUtf8(deep), std::u16string(260, u' ')},  // 260 characters or more: 260 spaces
       // clang-format on
   };
   for (const auto& c : cases) {
@@ -286,9 +268,9 @@ TEST_F(FileSystemTest, TemporaryNamesAreRandomNamesInTheTemporaryFolder) {
   const char* saved = std::getenv("TMPDIR");
   std::string previous = saved ? saved : "";
   ::setenv("TMPDIR", (folder.path() + "//").c_str(), 1);
-  EXPECT_EQ(files.GetTempFolderName(), U(folder.path()));
+  EXPECT_EQ(files.GetTempFolderName(), FromUtf8(folder.path()));
   std::u16string name = files.GetTempFileName();
-  EXPECT_EQ(files.ParentFolderName(name), U(folder.path()));
+  EXPECT_EQ(files.ParentFolderName(name), FromUtf8(folder.path()));
   std::u16string base = files.BaseName(name);
   EXPECT_EQ(base.size(), 11u);
   EXPECT_EQ(base.find_first_not_of(u"0123456789abcdef", 3), std::u16string::npos);
@@ -305,7 +287,7 @@ TEST_F(FileSystemTest, TemporaryNamesAreRandomNamesInTheTemporaryFolder) {
 }
 
 TEST_F(FileSystemTest, BinaryFilesAreOneBasedByteArrays) {
-  Put(folder.File("ten"), "0123456789");
+  folder.Write("ten", "0123456789");
   Value bytes = Value::ByteArray(std::vector<uint8_t>{0, 0xFF, 7});
   files.WriteBinaryFile(Value(Path("ten")), bytes);
   EXPECT_EQ(FileBytes(folder.File("ten")), std::string("\0\xFF\x07", 3));
@@ -320,7 +302,7 @@ TEST_F(FileSystemTest, BinaryFilesAreOneBasedByteArrays) {
   files.WriteBinaryFile(Value(Path("grid")), grid);
   EXPECT_EQ(FileBytes(folder.File("grid")), std::string("\0\0\0z", 4));
 
-  Put(folder.File("empty"), "");
+  folder.Write("empty", "");
   EXPECT_RAISES(files.ReadBinaryFile(Value(Path("empty"))), errors::kSubscriptOutOfRange);
   EXPECT_RAISES(files.ReadBinaryFile(Value(Path("none"))), errors::kFileNotFound);
   EXPECT_RAISES(files.WriteBinaryFile(Value(Path("no/none")), bytes), errors::kPathNotFound);
@@ -336,8 +318,8 @@ TEST_F(FileSystemTest, BinaryFilesAreOneBasedByteArrays) {
 TEST_F(FileSystemTest, LateBoundThroughTheRegistry) {
   EXPECT_EQ(Registry::Instance().Find(u"kestrel.filesystem"), Instancing::kGlobal);
   Ref<Object> global = Registry::Instance().Global(FileSystem::kQualifiedName);
-  Put(folder.File("a"), "A");
-  Put(folder.File("b"), "B");
+  folder.Write("a", "A");
+  folder.Write("b", "B");
   auto call = [&](std::u16string_view member, std::vector<Value> args) {
     return CallByName(global, member, CallKind::kMethod, std::span<Value>(args));
   };

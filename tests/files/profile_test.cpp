@@ -18,10 +18,6 @@ using namespace std::literals;
 using testing::FileBytes;
 using testing::TempFolder;
 
-void WriteBytes(const std::string& path, std::string_view bytes) {
-  std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
-}
-
 // The value a read hands back.
 std::u16string ReadString(OptionalText section, OptionalText key, std::u16string_view fallback,
                           const std::string& path) {
@@ -65,7 +61,7 @@ TEST(GetProfileString, ReadsValuesByTheFileRules) {
   const std::string path = folder.File("a.ini");
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.file));
-    WriteBytes(path, c.file);
+    folder.Write("a.ini", c.file);
     EXPECT_EQ(ReadString(c.section, c.key, u"(none)", path), c.expected);
   }
 }
@@ -114,7 +110,7 @@ TEST(GetProfileString, FillsTheBufferByTheListAndSizeContracts) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     std::filesystem::remove(path);
-    if (c.file != nullptr) WriteBytes(path, c.file);
+    if (c.file != nullptr) folder.Write("a.ini", c.file);
     std::u16string buffer(c.size, u' ');
     const int32_t n = c.key == kWholeSection
                           ? GetProfileSection(*c.section, buffer, path)
@@ -179,7 +175,7 @@ TEST(WriteProfileString, AndWriteProfileSectionFollowTheLayoutRules) {
     SCOPED_TRACE(c.what);
     const std::string path = folder.File("w.ini");
     std::filesystem::remove(path);
-    if (c.before) WriteBytes(path, *c.before);
+    if (c.before) folder.Write("w.ini", *c.before);
     EXPECT_TRUE(c.key == kWholeSection ? WriteProfileSection(c.section, c.value, path)
                                        : WriteProfileString(c.section, c.key, c.value, path));
     EXPECT_EQ(FileBytes(path), c.after);
@@ -197,26 +193,25 @@ TEST(WriteProfileString, FailsWhereNoFileCanBeWritten) {
 TEST(GetProfileString, SeesEveryChangeMadeBetweenCalls) {
   TempFolder folder;
   const std::string path = folder.File("c.ini");
-  WriteBytes(path, "[s]\r\nk=1\r\n");
+  folder.Write("c.ini", "[s]\r\nk=1\r\n");
   EXPECT_EQ(ReadString(u"s", u"k", u"", path), u"1");
   // Same size, same moment: another writer's change in place.
-  WriteBytes(path, "[s]\r\nk=2\r\n");
+  folder.Write("c.ini", "[s]\r\nk=2\r\n");
   EXPECT_EQ(ReadString(u"s", u"k", u"", path), u"2");
 
   // An old file, so that its parsed copy is kept; then a same-size change
   // whose writer puts the old modification time back.
-  WriteBytes(path, "[s]\r\nk=3\r\n");
+  folder.Write("c.ini", "[s]\r\nk=3\r\n");
   struct timespec old_times[2] = {{1000000000, 0}, {1000000000, 0}};
   ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), old_times, 0), 0);
   EXPECT_EQ(ReadString(u"s", u"k", u"", path), u"3");
   EXPECT_EQ(ReadString(u"s", u"k", u"", path), u"3");
-  WriteBytes(path, "[s]\r\nk=4\r\n");
+  folder.Write("c.ini", "[s]\r\nk=4\r\n");
   ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), old_times, 0), 0);
   EXPECT_EQ(ReadString(u"s", u"k", u"", path), u"4");
 
   // Replaced by rename: another file behind the same name.
-  const std::string other = folder.File("other.ini");
-  WriteBytes(other, "[s]\r\nk=5\r\n");
+  const std::string other = folder.Write("other.ini", "[s]\r\nk=5\r\n");
   ASSERT_EQ(::utimensat(AT_FDCWD, other.c_str(), old_times, 0), 0);
   std::filesystem::rename(other, path);
   EXPECT_EQ(ReadString(u"s", u"k", u"", path), u"5");

@@ -100,7 +100,6 @@ TEST(TextFileWriter, MovedWriterKeepsTheFileAndClosedOneRefuses) {
   TextFileWriter second = std::move(first);
   EXPECT_FALSE(first.IsOpen());
   second.WriteLine(u"x");
-  EXPECT_EQ(second.path(), path);
   second.Close();
   EXPECT_FALSE(second.IsOpen());
   EXPECT_RAISES(second.WriteLine(u"y"), errors::kBadFileNameOrNumber);

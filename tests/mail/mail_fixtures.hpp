@@ -20,6 +20,7 @@
 #include <thread>
 #include <vector>
 
+#include "kestrel/mail/message.hpp"
 #include "temp_folder.hpp"
 
 extern char** environ;
@@ -34,6 +35,7 @@ struct ReceivedMessage {
   std::string body;                            // UTF-8
   struct File {
     std::string name, type, bytes;
+    bool operator==(const File&) const = default;
   };
   std::vector<File> attachments;
 };
@@ -134,8 +136,7 @@ inline int ClosedPort() {
 class MailConfig {
  public:
   explicit MailConfig(const std::string& ini) {
-    std::ofstream(folder_.File("mail.ini"), std::ios::binary) << ini;
-    ::setenv("KESTREL_MAIL_CONFIG", folder_.File("mail.ini").c_str(), 1);
+    ::setenv("KESTREL_MAIL_CONFIG", folder_.Write("mail.ini", ini).c_str(), 1);
   }
   ~MailConfig() { ::unsetenv("KESTREL_MAIL_CONFIG"); }
 
@@ -145,6 +146,15 @@ class MailConfig {
 
 inline std::string SmtpIni(const std::string& url, const std::string& extra = "") {
   return "[SMTP]\r\nUrl=" + url + "\r\nFrom=Kestrel Tests <tests@kestrel.test>\r\n" + extra;
+}
+
+inline Ref<Recipient> NewRecipient(RecipientClassEnum c, std::u16string_view name,
+                                   std::u16string_view address) {
+  auto r = MakeRef<Recipient>();
+  r->SetClass(c);
+  r->SetName(name);
+  r->SetAddress(address);
+  return r;
 }
 
 // Every byte value once, 0 to 255.

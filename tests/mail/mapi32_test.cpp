@@ -10,10 +10,13 @@
 
 #include "kestrel/frame/unicode.hpp"
 #include "kestrel/runtime/registry.hpp"
+#include "mail_fixtures.hpp"
 #include "runtime_error_matchers.hpp"
 
 namespace kestrel {
 namespace {
+
+using testing::NewRecipient;
 
 constexpr char16_t kRecorder[] = u"" KESTREL_MAPI_RECORDER;
 
@@ -37,15 +40,6 @@ class Recorder {
   const char* (*log_)();
   void (*reset_)(uint32_t, uint32_t, uint32_t);
 };
-
-Ref<Recipient> NewRecipient(RecipientClassEnum c, std::u16string_view name,
-                            std::u16string_view address) {
-  auto r = MakeRef<Recipient>();
-  r->SetClass(c);
-  r->SetName(name);
-  r->SetAddress(address);
-  return r;
-}
 
 class Mapi32Test : public ::testing::Test {
  protected:

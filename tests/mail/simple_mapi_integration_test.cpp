@@ -21,6 +21,7 @@ using testing::MailConfig;
 using testing::SmtpIni;
 using testing::SmtpServer;
 using testing::TempFolder;
+using File = testing::ReceivedMessage::File;
 
 // A message in Simple MAPI records, with storage for its texts.
 class Draft {
@@ -60,11 +61,6 @@ std::string Lf(const std::string& text) {
   return out;
 }
 
-std::string WriteFile(const TempFolder& folder, const std::string& name, const std::string& bytes) {
-  std::ofstream(folder.File(name), std::ios::binary) << bytes;
-  return folder.File(name);
-}
-
 TEST(SimpleMapiIntegration, SendsToCcAndBccWithAnsiTextAndAttachments) {
   SmtpServer server;
   MailConfig config(SmtpIni(server.Url()));
@@ -74,8 +70,8 @@ TEST(SimpleMapiIntegration, SendsToCcAndBccWithAnsiTextAndAttachments) {
       .To(MAPI_TO, "", "bob@example.com")
       .To(MAPI_CC, "Carl", "carl@example.com")
       .To(MAPI_BCC, "Dora", "dora@example.com")
-      .Attach(WriteFile(files, "data.bin", AllBytes()), "report.pdf")
-      .Attach(WriteFile(files, "second.txt", AllBytes()));
+      .Attach(files.Write("data.bin", AllBytes()), "report.pdf")
+      .Attach(files.Write("second.txt", AllBytes()));
   LHANDLE session = 0;
   ASSERT_EQ(MAPILogon(0, nullptr, nullptr, 0, 0, &session), SUCCESS_SUCCESS);
   EXPECT_NE(session, 0u);
@@ -105,55 +101,45 @@ TEST(SimpleMapiIntegration, SendsToCcAndBccWithAnsiTextAndAttachments) {
   EXPECT_EQ(m.headers.count("Date"), 1u);
   EXPECT_EQ(m.headers.at("Message-ID").find('@') != std::string::npos, true);
   EXPECT_EQ(Lf(m.body), "H\xc3\xa9llo\n\xe2\x82\xac 5\n");
-  ASSERT_EQ(m.attachments.size(), 2u);
-  EXPECT_EQ(m.attachments[0].name, "report.pdf");
-  EXPECT_EQ(m.attachments[0].type, "application/pdf");
-  EXPECT_EQ(m.attachments[0].bytes, AllBytes());
-  EXPECT_EQ(m.attachments[1].name, "second.txt");
-  EXPECT_EQ(m.attachments[1].type, "text/plain");
-  EXPECT_EQ(m.attachments[1].bytes, AllBytes());
+  EXPECT_EQ(m.attachments, (std::vector<File>{{"report.pdf", "application/pdf", AllBytes()},
+                                              {"second.txt", "text/plain", AllBytes()}}));
 }
 
 TEST(SimpleMapiIntegration, EachFailureHasItsCodeAndSendsNothing) {
   SmtpServer server;
   TempFolder files;
-  const std::string file = WriteFile(files, "a.txt", "a");
+  const std::string file = files.Write("a.txt", "a");
   struct Row {
     const char* what;
     std::string ini;
     Draft draft;
     ULONG expected;
   };
+  const std::string url = server.Url();
+  // clang-format off
   Row rows[] = {
-      {"missing attachment", SmtpIni(server.Url()), {}, MAPI_E_ATTACHMENT_NOT_FOUND},
-      {"folder as attachment", SmtpIni(server.Url()), {}, MAPI_E_ATTACHMENT_OPEN_FAILURE},
-      {"refused recipient", SmtpIni(server.Url()), {}, MAPI_E_UNKNOWN_RECIPIENT},
-      {"line break in address", SmtpIni(server.Url()), {}, MAPI_E_UNKNOWN_RECIPIENT},
-      {"not an address", SmtpIni(server.Url()), {}, MAPI_E_UNKNOWN_RECIPIENT},
-      {"originator class", SmtpIni(server.Url()), {}, MAPI_E_BAD_RECIPTYPE},
-      {"no recipients", SmtpIni(server.Url()), {}, MAPI_E_INVALID_RECIPS},
-      {"wrong password",
-       SmtpIni(server.Url(), "User=ann\r\nPassword=wrong\r\n"),
-       {},
-       MAPI_E_LOGON_FAILURE},
-      {"closed port",
-       SmtpIni("smtp://127.0.0.1:" + std::to_string(testing::ClosedPort())),
-       {},
+      {"missing attachment", SmtpIni(url), {}, MAPI_E_ATTACHMENT_NOT_FOUND},
+      {"folder as attachment", SmtpIni(url), {}, MAPI_E_ATTACHMENT_OPEN_FAILURE},
+      {"refused recipient", SmtpIni(url), {}, MAPI_E_UNKNOWN_RECIPIENT},
+      {"line break in address", SmtpIni(url), {}, MAPI_E_UNKNOWN_RECIPIENT},
+      {"not an address", SmtpIni(url), {}, MAPI_E_UNKNOWN_RECIPIENT},
+      {"originator class", SmtpIni(url), {}, MAPI_E_BAD_RECIPTYPE},
+      {"no recipients", SmtpIni(url), {}, MAPI_E_INVALID_RECIPS},
+      {"wrong password", SmtpIni(url, "User=ann\r\nPassword=wrong\r\n"), {}, MAPI_E_LOGON_FAILURE},
+      {"closed port", SmtpIni("smtp://127.0.0.1:" + std::to_string(testing::ClosedPort())), {},
        MAPI_E_NETWORK_FAILURE},
       // Never in clear text when TLS is asked for and the server has none.
-      {"StartTLS refused", SmtpIni(server.Url(), "StartTLS=1\r\n"), {}, MAPI_E_FAILURE},
-      {"StartTLS in capitals", SmtpIni(server.Url(), "StartTLS=YES\r\n"), {}, MAPI_E_FAILURE},
+      {"StartTLS refused", SmtpIni(url, "StartTLS=1\r\n"), {}, MAPI_E_FAILURE},
+      {"StartTLS in capitals", SmtpIni(url, "StartTLS=YES\r\n"), {}, MAPI_E_FAILURE},
   };
+  // clang-format on
   rows[0].draft.To(MAPI_TO, "", "ann@example.com").Attach(file).Attach(files.File("none"));
   rows[1].draft.To(MAPI_TO, "", "ann@example.com").Attach(files.path());
   rows[2].draft.To(MAPI_TO, "", "ann@example.com").To(MAPI_CC, "", "refused@example.com");
   rows[3].draft.To(MAPI_TO, "", "ann@example.com\r\nBcc: eve@example.com");
   rows[4].draft.To(MAPI_TO, "Ann", "");
   rows[5].draft.To(MAPI_ORIG, "", "ann@example.com");
-  rows[7].draft.To(MAPI_TO, "", "ann@example.com");
-  rows[8].draft.To(MAPI_TO, "", "ann@example.com");
-  rows[9].draft.To(MAPI_TO, "", "ann@example.com");
-  rows[10].draft.To(MAPI_TO, "", "ann@example.com");
+  for (int i : {7, 8, 9, 10}) rows[i].draft.To(MAPI_TO, "", "ann@example.com");
   for (Row& r : rows) {
     SCOPED_TRACE(r.what);
     MailConfig config(r.ini);
@@ -193,17 +179,17 @@ TEST(SimpleMapiIntegration, SessionsAndConfiguration) {
 
 TEST(SimpleMapiIntegration, WithoutAServerTheLocalSendmailTakesTheMessage) {
   TempFolder out;
-  const std::string sendmail = out.File("sendmail");
-  std::ofstream(sendmail) << "#!/bin/sh\nexec /usr/bin/python3 " KESTREL_MAIL_TEST_DIR
-                             "/smtp_server.py --sendmail "
-                          << out.path() << " \"$@\"\n";
+  const std::string sendmail =
+      out.Write("sendmail", "#!/bin/sh\nexec /usr/bin/python3 " KESTREL_MAIL_TEST_DIR
+                            "/smtp_server.py --sendmail " +
+                                out.path() + " \"$@\"\n");
   std::filesystem::permissions(sendmail, std::filesystem::perms::owner_all);
   ::setenv("KESTREL_MAIL_SENDMAIL", sendmail.c_str(), 1);
   MailConfig config("[SMTP]\r\nFrom=me@example.com\r\n");
   Draft d;
   d.To(MAPI_TO, "Ann", "ann@example.com")
       .To(MAPI_BCC, "", "dora@example.com")
-      .Attach(WriteFile(out, "data", AllBytes()),
+      .Attach(out.Write("data", AllBytes()),
               "donn\xe9"
               "es.bin");
   EXPECT_EQ(MAPISendMail(0, 0, d.Record("Caf\xe9", "Body\r\n"), 0, 0), SUCCESS_SUCCESS);
@@ -251,13 +237,9 @@ TEST(MailIntegration, Mapi32SendsThroughTheInstalledProvider) {
   auto message = MakeRef<Message>();
   message->SetSubject(u"Report \u00e9t\u00e9");
   message->SetBody(u"See attached.");
-  auto to = MakeRef<Recipient>();
-  to->SetClass(MAPI_TO);
-  to->SetName(u"Ann");
-  to->SetAddress(u"SMTP:ann@example.com");
-  message->Recipients()->Add(to);
+  message->Recipients()->Add(testing::NewRecipient(MAPI_TO, u"Ann", u"SMTP:ann@example.com"));
   auto file = MakeRef<Attachment>();
-  file->SetPath(FromUtf8(WriteFile(files, "bytes.bin", AllBytes())));
+  file->SetPath(FromUtf8(files.Write("bytes.bin", AllBytes())));
   message->Attachments()->Add(file);
 
   auto mapi = MakeRef<MAPI32>();  // MAPIPath: the provider's file name
@@ -273,10 +255,8 @@ TEST(MailIntegration, Mapi32SendsThroughTheInstalledProvider) {
   ASSERT_EQ(received.size(), 1u);
   EXPECT_EQ(received[0].rcpt_to, std::vector<std::string>{"ann@example.com"});
   EXPECT_EQ(received[0].headers.at("Subject"), "Report \xc3\xa9t\xc3\xa9");
-  ASSERT_EQ(received[0].attachments.size(), 1u);
-  EXPECT_EQ(received[0].attachments[0].name, "bytes.bin");
-  EXPECT_EQ(received[0].attachments[0].type, "application/octet-stream");
-  EXPECT_EQ(received[0].attachments[0].bytes, AllBytes());
+  EXPECT_EQ(received[0].attachments,
+            (std::vector<File>{{"bytes.bin", "application/octet-stream", AllBytes()}}));
 }
 
 // The composer: the real xdg-email hands a mailto address to the handler a
@@ -285,12 +265,13 @@ class ComposerIntegration : public ::testing::Test {
  protected:
   ComposerIntegration() {
     std::filesystem::create_directories(xdg_.File("data/applications"));
-    std::ofstream(xdg_.File("mimeapps.list"))
-        << "[Default Applications]\nx-scheme-handler/mailto=kestrel-test-mail.desktop\n";
-    std::ofstream(xdg_.File("data/applications/kestrel-test-mail.desktop"))
-        << "[Desktop Entry]\nType=Application\nName=Kestrel test mail\n"
-        << "Exec=" KESTREL_MAIL_TEST_DIR "/record_mailto.sh %u\n"
-        << "MimeType=x-scheme-handler/mailto;\n";
+    xdg_.Write("mimeapps.list",
+               "[Default Applications]\nx-scheme-handler/mailto=kestrel-test-mail.desktop\n");
+    xdg_.Write("data/applications/kestrel-test-mail.desktop",
+               "[Desktop Entry]\nType=Application\nName=Kestrel test mail\n"
+               "Exec=" KESTREL_MAIL_TEST_DIR
+               "/record_mailto.sh %u\n"
+               "MimeType=x-scheme-handler/mailto;\n");
     Set("XDG_CONFIG_HOME", xdg_.path());
     Set("XDG_DATA_HOME", xdg_.File("data"));
     Set("XDG_DATA_DIRS", xdg_.File("data"));
@@ -313,7 +294,7 @@ class ComposerIntegration : public ::testing::Test {
 
 TEST_F(ComposerIntegration, DialogOpensTheComposerFilledIn) {
   TempFolder files;
-  const std::string path = WriteFile(files, "notes.txt", "x");
+  const std::string path = files.Write("notes.txt", "x");
   Draft d;
   d.To(MAPI_TO, "Ann", "SMTP:ann@example.com")
       .To(MAPI_TO, "", "bob@example.com")

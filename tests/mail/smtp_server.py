@@ -1,21 +1,12 @@
 """SMTP server for the mail tests: aiosmtpd on 127.0.0.1 at a free port.
 
-Usage: smtp_server.py OUTPUT_FOLDER
-       smtp_server.py --sendmail OUTPUT_FOLDER -t -i    (a stand-in sendmail:
-       one message from standard input, recipients from its headers)
-
-Writes the port to OUTPUT_FOLDER/port once it listens, then every message
-it accepts to OUTPUT_FOLDER/NNNN.msg as lines the tests read back:
-
-    mail_from ADDRESS
-    rcpt_to ADDRESS                          (one per envelope recipient)
-    header NAME VALUE                        (decoded; absent headers left out)
-    body HEX                                 (the text part, UTF-8, as hex)
-    attachment NAME|CONTENT-TYPE|HEX         (one per attachment, its bytes)
-
-Recipients starting with "refused" are refused with 550. AUTH accepts the
-user "ann" with the password "secret" only; sending without AUTH is allowed.
-Stops on SIGTERM.
+Usage: smtp_server.py OUTPUT_FOLDER, or smtp_server.py --sendmail OUTPUT_FOLDER -t -i
+(a stand-in sendmail: one message from standard input, recipients from its headers).
+Writes the port to OUTPUT_FOLDER/port once it listens, then each message to
+OUTPUT_FOLDER/NNNN.msg as lines "mail_from ADDRESS", "rcpt_to ADDRESS" (each),
+"header NAME VALUE" (decoded), "body HEX" (the text part, UTF-8) and
+"attachment NAME|CONTENT-TYPE|HEX" (each). Recipients starting with "refused"
+get 550; AUTH accepts ann/secret only, and is optional. Stops on SIGTERM.
 """
 import asyncio
 import email

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 namespace kestrel::testing {
@@ -29,6 +30,11 @@ class TempFolder {
 
   const std::string& path() const { return path_; }
   std::string File(const std::string& name) const { return path_ + "/" + name; }
+  // Writes `bytes` as the whole of file `name`; returns its path.
+  std::string Write(const std::string& name, std::string_view bytes) const {
+    std::ofstream(File(name), std::ios::binary | std::ios::trunc) << bytes;
+    return File(name);
+  }
 
  private:
   std::string path_;
