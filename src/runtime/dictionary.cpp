@@ -467,6 +467,10 @@ int32_t Dictionary::Count() const noexcept {
   return static_cast<int32_t>(impl_->live);
 }
 
+void Dictionary::Reserve(int32_t count) {
+  if (count > 0) impl_->entries.reserve(static_cast<size_t>(count));
+}
+
 Value Dictionary::Keys() const {
   return impl_->Collect([](const Impl::Entry& e) { return e.key; });
 }
