@@ -263,6 +263,7 @@ struct Frame {
   Dictionary* dict = nullptr;
   Value key;
   size_t base = 0;
+  bool element = false;  // an item of an array
 };
 
 // The reader: one position over the text and an explicit stack of open
@@ -448,11 +449,19 @@ class Reader {
       return;
     }
     ++pos_;
+    const bool element = !stack_.empty() && stack_.back().dict == nullptr;
     Frame& frame = stack_.emplace_back();
+    frame.element = element;
     if (object) {
       auto* dict = new Dictionary();
       frame.container = Value(static_cast<Object*>(dict));
       frame.dict = dict;
+      // The records of a list mostly share one shape: an object in a list
+      // starts with room for as many members as the last one that ended at
+      // its depth. Objects that are members of objects differ too much.
+      if (element && stack_.size() <= member_counts_.size()) {
+        dict->Reserve(member_counts_[stack_.size() - 1]);
+      }
       if (compare_mode_ != 0) {
         try {
           dict->SetCompareMode(compare_mode_);
@@ -471,6 +480,11 @@ class Reader {
   // that add fails, the enclosing container ends as well, and so on out.
   void Close() {
     for (;;) {
+      if (stack_.back().dict != nullptr && stack_.back().element &&
+          stack_.size() <= member_counts_.size()) {
+        member_counts_[stack_.size() - 1] =
+            std::min(stack_.back().dict->Count(), kMostMembersReserved);
+      }
       Value done = Finish(stack_.back());
       stack_.pop_back();
       if (stack_.empty()) {
@@ -927,6 +941,11 @@ class Reader {
   std::u16string mode_failure_;
   std::u16string scratch_;
   std::vector<Frame> stack_;
+  // Per depth (the shallowest few), the member count of the last object in
+  // a list that ended there; capped so an odd large object does not make every
+  // later one large.
+  static constexpr int32_t kMostMembersReserved = 64;
+  std::array<int32_t, 16> member_counts_{};
   std::vector<Value> items_;  // elements of the open arrays, innermost last
   StringPool strings_;
   Value root_ = Value::Nothing();

@@ -1,6 +1,10 @@
 #include "kestrel/runtime/collection.hpp"
 
 #include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <memory>
+#include <new>
 #include <unordered_map>
 #include <utility>
 
@@ -54,24 +58,41 @@ struct Collection::KeyIndex {
 
 KESTREL_REGISTER_CLASS(Collection, Collection::kQualifiedName, Instancing::kCreatable);
 
-Collection::Collection() = default;
+Collection::Collection() : items_(InlineItems()) {}
 
 Collection::~Collection() {
+  Value* const end = items_ + count_;
   // Nested containers are released one after another, not one inside
   // another, however deep the tree.
-  if (std::none_of(items_.begin(), items_.end(), [](const Value& v) { return v.IsObject(); })) {
-    return;  // nothing nested: the items go with the vector
+  if (std::any_of(items_, end, [](const Value& v) { return v.IsObject(); })) {
+    detail::NestedRelease release;
+    for (Value* v = items_; v != end; ++v) release.Take(*v);
   }
-  detail::NestedRelease release;
-  for (Value& item : items_) release.Take(item);
-  items_.clear();
+  std::destroy(items_, end);
+  if (items_ != InlineItems()) ::operator delete(items_);
+}
+
+void Collection::Reserve(size_t capacity) {
+  if (capacity <= capacity_) return;
+  if (capacity > static_cast<size_t>(INT32_MAX)) throw std::bad_alloc();
+  // Geometric growth keeps a run of Adds linear; Append asks for its exact size.
+  const size_t grown = std::max<size_t>(capacity, size_t{capacity_} + capacity_ / 2);
+  const size_t size = std::min<size_t>(grown, INT32_MAX);
+  auto* block = static_cast<Value*>(::operator new(size * sizeof(Value)));
+  std::uninitialized_move(items_, items_ + count_, block);
+  std::destroy(items_, items_ + count_);
+  if (items_ != InlineItems()) ::operator delete(items_);
+  items_ = block;
+  capacity_ = static_cast<uint32_t>(size);
 }
 
 void Collection::Add(Value item, const Value& key, const Value& before, const Value& after) {
   if (key.IsMissing() && before.IsMissing() && after.IsMissing()) {
     // The common case: no key, at the end.
-    if (keys_) keys_->slots.reserve(items_.size() + 1);
-    items_.push_back(std::move(item));
+    if (keys_) keys_->slots.reserve(count_ + 1);
+    Reserve(size_t{count_} + 1);
+    new (items_ + count_) Value(std::move(item));
+    ++count_;
     if (keys_) keys_->slots.push_back(nullptr);
     return;
   }
@@ -86,7 +107,7 @@ void Collection::Add(Value item, const Value& key, const Value& before, const Va
   }
   if (!before.IsMissing() && !after.IsMissing()) RaiseStandard(errors::kInvalidProcedureCall);
 
-  size_t position = items_.size();
+  size_t position = count_;
   if (!before.IsMissing()) {
     position = PositionOf(before);
   } else if (!after.IsMissing()) {
@@ -97,34 +118,50 @@ void Collection::Add(Value item, const Value& key, const Value& before, const Va
   // index never names an item that is not there.
   if (keyed && !keys_) {
     auto keys = std::make_unique<KeyIndex>();
-    keys->slots.assign(items_.size(), nullptr);
+    keys->slots.assign(count_, nullptr);
     keys_ = std::move(keys);
   }
   KeyIndex::Map::iterator slot;
   if (keyed) slot = keys_->map.emplace(std::move(folded), position).first;
   try {
-    items_.insert(items_.begin() + static_cast<std::ptrdiff_t>(position), std::move(item));
+    // Both allocations happen before anything moves; the shift itself
+    // cannot fail.
+    Reserve(size_t{count_} + 1);
     if (keys_) {
-      try {
-        keys_->slots.insert(keys_->slots.begin() + static_cast<std::ptrdiff_t>(position),
-                            keyed ? &*slot : nullptr);
-      } catch (...) {
-        items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(position));
-        throw;
-      }
+      keys_->slots.insert(keys_->slots.begin() + static_cast<std::ptrdiff_t>(position),
+                          keyed ? &*slot : nullptr);
     }
   } catch (...) {
     if (keyed) keys_->map.erase(slot);
     throw;
   }
+  if (position == count_) {
+    new (items_ + count_) Value(std::move(item));
+  } else {
+    new (items_ + count_) Value(std::move(items_[count_ - 1]));
+    std::move_backward(items_ + position, items_ + count_ - 1, items_ + count_);
+    items_[position] = std::move(item);
+  }
+  ++count_;
   if (keys_) keys_->Reindex(position + 1);
 }
 
 void Collection::Append(std::span<Value> items) {
-  if (keys_) keys_->slots.reserve(items_.size() + items.size());
-  items_.reserve(items_.size() + items.size());
-  for (Value& item : items) items_.push_back(std::move(item));
-  if (keys_) keys_->slots.resize(items_.size(), nullptr);
+  if (keys_) keys_->slots.reserve(count_ + items.size());
+  if (items.size() > capacity_ - count_) {
+    // Exactly the size asked: a parsed list never grows afterwards.
+    if (items.size() > static_cast<size_t>(INT32_MAX) - count_) throw std::bad_alloc();
+    const size_t want = count_ + items.size();
+    auto* block = static_cast<Value*>(::operator new(want * sizeof(Value)));
+    std::uninitialized_move(items_, items_ + count_, block);
+    std::destroy(items_, items_ + count_);
+    if (items_ != InlineItems()) ::operator delete(items_);
+    items_ = block;
+    capacity_ = static_cast<uint32_t>(want);
+  }
+  std::uninitialized_move(items.begin(), items.end(), items_ + count_);
+  count_ += static_cast<uint32_t>(items.size());
+  if (keys_) keys_->slots.resize(count_, nullptr);
 }
 
 Value Collection::Item(const Value& index) const {
@@ -139,12 +176,14 @@ void Collection::Remove(const Value& index) {
     }
     keys_->slots.erase(keys_->slots.begin() + static_cast<std::ptrdiff_t>(position));
   }
-  items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(position));
+  std::move(items_ + position + 1, items_ + count_, items_ + position);
+  --count_;
+  std::destroy_at(items_ + count_);
   if (keys_) keys_->Reindex(position);
 }
 
 Ref<Object> Collection::NewEnum() {
-  return MakeRef<ValueEnumerator>(items_);
+  return MakeRef<ValueEnumerator>(std::vector<Value>(items_, items_ + count_));
 }
 
 size_t Collection::PositionOf(const Value& index) const {

@@ -316,8 +316,11 @@ struct Dictionary::Impl {
   }
 
   void Rebuild() {
+    // Sized for every entry there is room for, so that filling a reserved
+    // dictionary rebuilds the table once.
+    const size_t expected = std::max(live, entries.capacity());
     size_t size = 16;
-    while (size < live * 2 + 2) size *= 2;
+    while (size < expected * 2 + 2) size *= 2;
     table.assign(size, kFree);
     table_filled = 0;
     for (size_t k = 0; k < entries.size(); ++k) {
@@ -465,6 +468,10 @@ bool Dictionary::Exists(const Value& key) const {
 
 int32_t Dictionary::Count() const noexcept {
   return static_cast<int32_t>(impl_->live);
+}
+
+void Dictionary::Reserve(int32_t count) {
+  if (count > 0) impl_->entries.reserve(static_cast<size_t>(count));
 }
 
 Value Dictionary::Keys() const {

@@ -133,6 +133,60 @@ TEST(Collection, ByName) {
   EXPECT_EQ(Joined(dynamic_cast<Collection&>(*c)), u"x b");
 }
 
+// Inserting at every position of lists of 0 to 4 items, then removing
+// that item again: the first items are held inside the object and move out
+// as the list grows, and back again never.
+TEST(Collection, ShortListsInsertAndRemoveAnywhere) {
+  const char16_t* const kItems[] = {u"a", u"b", u"c", u"d"};
+  for (int32_t n = 0; n <= 4; ++n) {
+    for (int32_t at = 1; at <= n + 1; ++at) {
+      SCOPED_TRACE(n * 10 + at);
+      Collection c;
+      std::u16string model;  // one unit per item
+      for (int32_t i = 0; i < n; ++i) {
+        c.Add(Value(kItems[i]));
+        model += kItems[i];
+      }
+      const Value position(at);
+      if (at <= n) {
+        c.Add(Value(u"X"), kMissing, position);
+      } else {
+        c.Add(Value(u"X"), kMissing, kMissing, n == 0 ? kMissing : Value(n));
+      }
+      model.insert(static_cast<size_t>(at - 1), u"X");
+      std::u16string joined;
+      for (const Value& v : c) joined += v.string();
+      EXPECT_EQ(joined, model);
+      EXPECT_EQ(c.Item(position).string(), u"X");
+      c.Remove(position);
+      EXPECT_EQ(c.Count(), n);
+      if (n > 0) {
+        EXPECT_EQ(c.Item(Value(n)).string(), kItems[n - 1]);
+      }
+    }
+  }
+}
+
+// Items that are objects are let go with the list, whether it held them
+// inside itself or in a block of their own, and however they came in.
+TEST(Collection, ReleasesItsItems) {
+  for (int32_t n : {1, 2, 3, 9}) {
+    SCOPED_TRACE(n);
+    Ref<Collection> inner = MakeRef<Collection>();
+    const Value item(static_cast<Object*>(inner.get()));
+    {
+      Collection outer;
+      for (int32_t i = 1; i < n; ++i) outer.Add(item);
+      Value appended[] = {item};
+      outer.Append(appended);
+      EXPECT_EQ(inner->RefCount(), n + 2);
+      outer.Remove(Value(int32_t{1}));
+      EXPECT_EQ(inner->RefCount(), n + 1);
+    }
+    EXPECT_EQ(inner->RefCount(), 2);
+  }
+}
+
 // 100,000 keyed items: a key look-up that searched the items would make
 // this quadratic. Removing from the end keeps Remove's shifting out of it.
 TEST(Collection, ManyKeyedItems) {

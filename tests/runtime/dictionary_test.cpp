@@ -193,11 +193,14 @@ TEST(Dictionary, ManyAddsAndRemoves) {
 
 // The same changes on a small dictionary (looked up by scanning) and on
 // large ones (looked up through the hash table, compacted after many
-// removals), in text mode with ASCII and non-ASCII keys.
+// removals), in text mode with ASCII and non-ASCII keys; room reserved
+// beforehand, or too little, changes nothing.
 TEST(Dictionary, SmallAndLargeAgree) {
-  for (int32_t extra : {0, 8, 60}) {
-    SCOPED_TRACE(extra);
+  const std::pair<int32_t, int32_t> sizes[] = {{0, 0}, {8, 0}, {60, 0}, {0, 5}, {8, 100}, {60, 20}};
+  for (const auto& [extra, reserved] : sizes) {
+    SCOPED_TRACE(extra * 1000 + reserved);
     Dictionary d;
+    d.Reserve(reserved);
     d.SetCompareMode(CompareMethod::kText);
     auto key = [](int32_t i) { return Value(FromUtf8("Key" + std::to_string(i))); };
     for (const char16_t* k : {u"Straße", u"b", u"C"}) d.Add(Value(k), Value(k));

@@ -19,6 +19,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <span>
 #include <string>
 #include <string_view>
@@ -37,20 +38,22 @@ class KESTREL_API Collection : public Dispatchable<Collection> {
 
   Collection();
   ~Collection() override;
+  Collection(const Collection&) = delete;
+  Collection& operator=(const Collection&) = delete;
 
   void Add(Value item, const Value& key = Value::Missing(), const Value& before = Value::Missing(),
            const Value& after = Value::Missing());
   // A number is a position (rounded, ties to even); text is a key.
   Value Item(const Value& index) const;
-  int32_t Count() const noexcept { return static_cast<int32_t>(items_.size()); }
+  int32_t Count() const noexcept { return static_cast<int32_t>(count_); }
   void Remove(const Value& index);
   // Appends every item of `items`, moved out, without keys: what Add(item)
   // does for each, with one allocation for the lot.
   void Append(std::span<Value> items);
 
   // C++ iteration over the items in order.
-  std::vector<Value>::const_iterator begin() const noexcept { return items_.begin(); }
-  std::vector<Value>::const_iterator end() const noexcept { return items_.end(); }
+  const Value* begin() const noexcept { return items_; }
+  const Value* end() const noexcept { return items_ + count_; }
 
   Ref<Object> NewEnum() override;
   static const DispatchTable<Collection>& Dispatch();
@@ -60,9 +63,19 @@ class KESTREL_API Collection : public Dispatchable<Collection> {
   struct KeyIndex;
 
   size_t PositionOf(const Value& index) const;  // 0-based
+  // Makes room for at least `capacity` items; the items move to a new block.
+  void Reserve(size_t capacity);
+  Value* InlineItems() noexcept { return std::launder(reinterpret_cast<Value*>(inline_)); }
 
-  std::vector<Value> items_;
+  // Most lists parsed from data are short (a pair of coordinates, a few
+  // tags), so the first items live inside the object: no second allocation.
+  static constexpr size_t kInlineItems = 2;
+
+  Value* items_;
+  uint32_t count_ = 0;
+  uint32_t capacity_ = kInlineItems;
   std::unique_ptr<KeyIndex> keys_;
+  alignas(Value) unsigned char inline_[kInlineItems * sizeof(Value)];
 };
 
 }  // namespace kestrel

@@ -61,6 +61,9 @@ class KESTREL_API Dictionary : public Dispatchable<Dictionary> {
   void SetKey(const Value& key, const Value& new_key);
   bool Exists(const Value& key) const;
   int32_t Count() const noexcept;
+  // Makes room for `count` entries in all, so that adding that many grows
+  // the storage once. Only a hint: nothing observable changes.
+  void Reserve(int32_t count);
   // 0-based Variant arrays in insertion order.
   Value Keys() const;
   Value Items() const;

@@ -18,8 +18,8 @@ namespace kestrel::detail {
 
 class NestedRelease {
  public:
-  NestedRelease() noexcept : owner_(Pending() == nullptr) {
-    if (owner_) Pending() = &queue_;
+  NestedRelease() noexcept : pending_(Pending()), owner_(pending_ == nullptr) {
+    if (owner_) pending_ = Pending() = &queue_;
   }
   ~NestedRelease() {
     if (!owner_) return;
@@ -36,7 +36,7 @@ class NestedRelease {
 
   // Defers the release of `value` when it is an object.
   void Take(Value& value) {
-    if (value.IsObject() && value.object() != nullptr) Pending()->push_back(std::move(value));
+    if (value.IsObject() && value.object() != nullptr) pending_->push_back(std::move(value));
   }
 
  private:
@@ -45,6 +45,9 @@ class NestedRelease {
     return pending;
   }
 
+  // The thread's queue, looked up once: a thread-local in a shared library
+  // costs a call per access.
+  std::vector<Value>* pending_;
   bool owner_;
   std::vector<Value> queue_;
 };
