@@ -202,7 +202,20 @@ class StringPool {
       h = (h ^ units) * 0x9e3779b97f4a7c15ULL;
     }
     h = (h ^ (h >> 29)) * 0xbf58476d1ce4e5b9ULL;
-    const auto hash = static_cast<uint32_t>(h ^ (h >> 32));
+    return Find(text, static_cast<uint32_t>(h ^ (h >> 32)));
+  }
+
+  // A member name, with the hash Dictionary::AddText takes: a key is hashed
+  // once, by the dictionary's function, which also serves the pool (a text
+  // pooled both ways is just held twice).
+  Value GetKey(std::u16string_view text, uint32_t& hash, bool& ascii) {
+    hash = Dictionary::TextKeyHash(text, ascii);
+    if (text.size() > kLongest) return Value(text);
+    return Find(text, hash);
+  }
+
+ private:
+  Value Find(std::u16string_view text, uint32_t hash) {
     if (slots_.empty()) slots_.resize(kFirstSize);
     const size_t mask = slots_.size() - 1;
     for (size_t at = hash & mask;; at = (at + 1) & mask) {
@@ -211,7 +224,7 @@ class StringPool {
         if ((used_ + 1) * 2 > slots_.size()) {
           if (slots_.size() >= kMostSlots) return Value(text);
           Grow();
-          return Get(text);
+          return Find(text, hash);
         }
         slot.used = true;
         slot.hash = hash;
@@ -227,7 +240,6 @@ class StringPool {
     }
   }
 
- private:
   static constexpr size_t kLongest = 32;
   static constexpr size_t kFirstSize = 256;
   static constexpr size_t kMostSlots = size_t{1} << 16;
@@ -262,6 +274,8 @@ struct Frame {
   Value container;
   Dictionary* dict = nullptr;
   Value key;
+  uint32_t key_hash = 0;  // Dictionary::TextKeyHash of key
+  bool key_ascii = false;
   size_t base = 0;
   bool element = false;  // an item of an array
 };
@@ -524,7 +538,7 @@ class Reader {
 
   void AddQuietly(Frame& f, Value item) {
     if (f.dict != nullptr) {
-      f.dict->Add(f.key, std::move(item));
+      f.dict->AddText(f.key, f.key_hash, f.key_ascii, std::move(item));
     } else {
       items_.push_back(std::move(item));
     }
@@ -651,7 +665,8 @@ class Reader {
         if (pos_ == start) ++pos_;  // a blank, dropped
       }
     }
-    stack_.back().key = strings_.Get(scratch_);
+    Frame& f = stack_.back();
+    f.key = strings_.GetKey(scratch_, f.key_hash, f.key_ascii);
   }
 
   // The usual key, "name" then ":" with only blanks between, taken straight
@@ -663,7 +678,9 @@ class Reader {
     size_t after = end + 1;
     while (after < n_ && IsBlank(s_[after])) ++after;
     if (after >= n_ || s_[after] != u':') return false;
-    stack_.back().key = strings_.Get(std::u16string_view(s_ + pos_ + 1, end - pos_ - 1));
+    Frame& f = stack_.back();
+    f.key = strings_.GetKey(std::u16string_view(s_ + pos_ + 1, end - pos_ - 1), f.key_hash,
+                            f.key_ascii);
     pos_ = after + 1;
     return true;
   }
