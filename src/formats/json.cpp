@@ -278,6 +278,7 @@ struct Frame {
   bool key_ascii = false;
   size_t base = 0;
   bool element = false;  // an item of an array
+  int32_t shape = -1;    // an object's place in Reader::member_counts_
 };
 
 // The reader: one position over the text and an explicit stack of open
@@ -464,18 +465,29 @@ class Reader {
     }
     ++pos_;
     const bool element = !stack_.empty() && stack_.back().dict == nullptr;
+    // Objects mostly share their shape with earlier ones in the same place:
+    // the records of a list, the value of one member name in each record.
+    // An object starts with room for as many members as the last one that
+    // ended in its place (the depth for an item of a list, else the depth
+    // and the name it is the value of).
+    int32_t shape = -1;
+    if (object) {
+      if (element) {
+        if (stack_.size() < kListShapes) shape = static_cast<int32_t>(stack_.size());
+      } else if (!stack_.empty()) {
+        const uint32_t place =
+            stack_.back().key_hash + static_cast<uint32_t>(stack_.size()) * 0x9e3779b9U;
+        shape = static_cast<int32_t>(kListShapes + (place >> 26));
+      }
+    }
     Frame& frame = stack_.emplace_back();
     frame.element = element;
+    frame.shape = shape;
     if (object) {
       auto* dict = new Dictionary();
       frame.container = Value(static_cast<Object*>(dict));
       frame.dict = dict;
-      // The records of a list mostly share one shape: an object in a list
-      // starts with room for as many members as the last one that ended at
-      // its depth. Objects that are members of objects differ too much.
-      if (element && stack_.size() <= member_counts_.size()) {
-        dict->Reserve(member_counts_[stack_.size() - 1]);
-      }
+      if (shape >= 0) dict->Reserve(member_counts_[static_cast<size_t>(shape)]);
       if (compare_mode_ != 0) {
         try {
           dict->SetCompareMode(compare_mode_);
@@ -494,9 +506,8 @@ class Reader {
   // that add fails, the enclosing container ends as well, and so on out.
   void Close() {
     for (;;) {
-      if (stack_.back().dict != nullptr && stack_.back().element &&
-          stack_.size() <= member_counts_.size()) {
-        member_counts_[stack_.size() - 1] =
+      if (stack_.back().shape >= 0) {
+        member_counts_[static_cast<size_t>(stack_.back().shape)] =
             std::min(stack_.back().dict->Count(), kMostMembersReserved);
       }
       Value done = Finish(stack_.back());
@@ -958,11 +969,13 @@ class Reader {
   std::u16string mode_failure_;
   std::u16string scratch_;
   std::vector<Frame> stack_;
-  // Per depth (the shallowest few), the member count of the last object in
-  // a list that ended there; capped so an odd large object does not make every
-  // later one large.
+  // The member count of the last object that ended in each place: first
+  // per depth (the shallowest few) for items of lists, then per depth and
+  // member name hashed to 64 places; capped so an odd large object does
+  // not make every later one large.
   static constexpr int32_t kMostMembersReserved = 64;
-  std::array<int32_t, 16> member_counts_{};
+  static constexpr size_t kListShapes = 16;
+  std::array<int32_t, kListShapes + 64> member_counts_{};
   std::vector<Value> items_;  // elements of the open arrays, innermost last
   StringPool strings_;
   Value root_ = Value::Nothing();
