@@ -883,24 +883,39 @@ class Reader {
   // 19 of them) and returns the position after the last.
   size_t ReadDigits(size_t i, uint64_t& digits) const noexcept {
     if constexpr (std::endian::native == std::endian::little) {
-      // Four digits at a time: each unit is 0x0030 + d, d from 0 to 9.
+      // Four units at a time, the last one to three digits of a run too.
+      // Each unit XOR 0x30 is 0 to 9 for a digit; anything else has a bit
+      // set from 0x10 up in itself or in itself plus 6. A unit past the
+      // first non-digit may take a carry from it, which does not matter.
+      static constexpr uint64_t kScale[] = {1, 10, 100, 1000};
       while (n_ - i >= 4) {
         uint64_t units;
         std::memcpy(&units, s_ + i, sizeof(units));
-        const uint64_t low = units - 0x0030003000300030ULL;
-        if ((units & 0xfff0fff0fff0fff0ULL) != 0x0030003000300030ULL ||
-            ((units + 0x0006000600060006ULL) & 0x00f000f000f000f0ULL) != 0x0030003000300030ULL) {
-          break;
+        const uint64_t values = units ^ 0x0030003000300030ULL;
+        const uint64_t stops = (values | (values + 0x0006000600060006ULL)) & 0xfff0fff0fff0fff0ULL;
+        if (stops == 0) {
+          digits = digits * 10000 + FourDigits(values);
+          i += 4;
+          continue;
         }
-        // d0 d1 d2 d3 (first in the lowest unit) -> d0d1, d2d3 -> d0d1d2d3.
-        const uint64_t pairs = (low * 10 + (low >> 16)) & 0x0000ffff0000ffffULL;
-        const uint64_t four = (pairs * 100 + (pairs >> 32)) & 0xffffffffULL;
-        digits = digits * 10000 + four;
-        i += 4;
+        const auto count = static_cast<unsigned>(std::countr_zero(stops)) / 16;
+        if (count > 0) {
+          // The digits moved to the last units, behind leading zeros.
+          digits = digits * kScale[count] + FourDigits(values << (64 - 16 * count));
+          i += count;
+        }
+        return i;
       }
     }
     for (; i < n_ && IsDigit(s_[i]); ++i) digits = digits * 10 + (s_[i] - u'0');
     return i;
+  }
+
+  // The number written by four digit values, d0 d1 d2 d3 (first in the
+  // lowest unit): d0d1, d2d3, then d0d1d2d3.
+  static uint64_t FourDigits(uint64_t values) noexcept {
+    const uint64_t pairs = (values * 10 + (values >> 16)) & 0x0000ffff0000ffffULL;
+    return (pairs * 100 + (pairs >> 32)) & 0xffffffffULL;
   }
 
   Value ReadGatheredNumber() {

@@ -44,6 +44,10 @@ TEST(JSON, DoublesAreCorrectlyRounded) {
       "9999999999999999999e5",
       "12345.6789E+3",
       "1E-5",
+      // Runs of one to three digits ending inside one four-unit read.
+      "123e-2",
+      "45.678E1",
+      "-7.0625\n",
   };
   std::string array = "[";
   for (const char* t : texts) array += std::string(t) + ",";
