@@ -549,7 +549,13 @@ class Reader {
 
   void AddQuietly(Frame& f, Value item) {
     if (f.dict != nullptr) {
-      f.dict->AddText(f.key, f.key_hash, f.key_ascii, std::move(item));
+      // The key moves into the entry (no count taken and dropped), unless
+      // a refused compare mode still needs it for its line.
+      if (mode_failure_.empty()) {
+        f.dict->AddText(std::move(f.key), f.key_hash, f.key_ascii, std::move(item));
+      } else {
+        f.dict->AddText(Value(f.key), f.key_hash, f.key_ascii, std::move(item));
+      }
     } else {
       items_.push_back(std::move(item));
     }

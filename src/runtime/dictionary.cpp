@@ -332,11 +332,11 @@ struct Dictionary::Impl {
   }
 
   // Appends a new entry; the caller has checked that the key is absent.
-  Entry& Append(const Value& key, Value item, Probe&& p) {
+  Entry& Append(Value key, Value item, Probe&& p) {
     if (entries.size() >= kGone) RaiseStandard(errors::kOutOfMemory);
     if (entries.empty()) entries.reserve(2);
-    Entry& e = entries.emplace_back(
-        Entry{key, std::move(item), MatchOf(std::move(p)), next_sequence, p.hash, p.tag, true});
+    Entry& e = entries.emplace_back(Entry{std::move(key), std::move(item), MatchOf(std::move(p)),
+                                          next_sequence, p.hash, p.tag, true});
     ++next_sequence;
     ++live;
     const auto position = static_cast<uint32_t>(entries.size() - 1);
@@ -433,7 +433,7 @@ void Dictionary::Add(const Value& key, Value item) {
   impl_->Append(key, std::move(item), std::move(p));
 }
 
-void Dictionary::AddText(const Value& key, uint32_t hash, bool ascii, Value item) {
+void Dictionary::AddText(Value&& key, uint32_t hash, bool ascii, Value item) {
   // A key outside ASCII in text mode is matched through its folding, which
   // has a hash of its own.
   if (!ascii && TextMode()) return Add(key, std::move(item));
@@ -442,7 +442,7 @@ void Dictionary::AddText(const Value& key, uint32_t hash, bool ascii, Value item
   p.hash = hash;
   p.text = key.string();
   if (impl_->Find(p, TextMode())) RaiseStandard(errors::kDuplicateKey);
-  impl_->Append(key, std::move(item), std::move(p));
+  impl_->Append(std::move(key), std::move(item), std::move(p));
 }
 
 uint32_t Dictionary::TextKeyHash(std::u16string_view text, bool& ascii) noexcept {
