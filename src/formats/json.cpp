@@ -131,6 +131,86 @@ bool ScanDecimal(std::u16string_view text, Decimal& out) noexcept {
   return true;
 }
 
+// 5^q for q from -27 to 27 as a 128-bit significand with its top bit set:
+// exact for q >= 0 (5^27 fits in 64 bits); for q < 0, 2^b / 5^-q rounded
+// up, b making the top bit the 128th.
+struct Power128 {
+  uint64_t high, low;
+};
+// GCC and Clang's 128-bit integer; __extension__ keeps -Wpedantic quiet.
+__extension__ typedef unsigned __int128 Uint128;
+constexpr int kPowerRange = 27;
+constexpr auto kPowersOfFive = [] {
+  std::array<Power128, 2 * kPowerRange + 1> out{};
+  for (int q = -kPowerRange; q <= kPowerRange; ++q) {
+    Uint128 t = 0;
+    uint64_t five = 1;
+    for (int k = 0; k < (q < 0 ? -q : q); ++k) five *= 5;
+    if (q >= 0) {
+      t = static_cast<Uint128>(five) << (64 + std::countl_zero(five));
+    } else {
+      // Long division of a power of two by 5^-q, bit by bit, keeping 128
+      // quotient bits from the first 1.
+      uint64_t rest = 1;
+      for (int bits = 0; bits < 128;) {
+        rest <<= 1;
+        const bool bit = rest >= five;
+        if (bit) rest -= five;
+        if (bits > 0 || bit) {
+          t = (t << 1) | (bit ? 1 : 0);
+          ++bits;
+        }
+      }
+      t += 1;
+    }
+    out[static_cast<size_t>(q + kPowerRange)] = {static_cast<uint64_t>(t >> 64),
+                                                 static_cast<uint64_t>(t)};
+  }
+  return out;
+}();
+
+// digits * 10^exponent correctly rounded, for exponents within
+// kPowerRange: the significand times the 128-bit power of five, the power
+// of two folded into the binary exponent. Over this range of exponents the
+// product's leading bits are known to decide the rounding; the one
+// ambiguous shape left returns false.
+bool MultipliedDouble(uint64_t digits, int32_t exponent, double& out) noexcept {
+  const Power128 power = kPowersOfFive[static_cast<size_t>(exponent + kPowerRange)];
+  const int zeros = std::countl_zero(digits);
+  const uint64_t w = digits << zeros;
+  const Uint128 first = static_cast<Uint128>(w) * power.high;
+  auto high = static_cast<uint64_t>(first >> 64);
+  auto low = static_cast<uint64_t>(first);
+  if ((high & 0x1ff) == 0x1ff) {
+    // The bits below the 55 kept might carry into them: add the product
+    // with the power's low half.
+    const auto second = static_cast<uint64_t>((static_cast<Uint128>(w) * power.low) >> 64);
+    low += second;
+    if (second > low) ++high;
+    if (low == ~uint64_t{0}) return false;
+  }
+  const int upper = static_cast<int>(high >> 63);
+  uint64_t mantissa = high >> (upper + 9);
+  // floor(q * log2(10)) + 63, plus the normalisation, biased.
+  int32_t power2 = (((152170 + 65536) * exponent) >> 16) + 63 + upper - zeros + 1023;
+  if (power2 <= 0) return false;
+  // Exactly halfway (possible only for these exponents): to even.
+  if (low <= 1 && exponent >= -4 && exponent <= 23 && (mantissa & 3) == 1 &&
+      (mantissa << (upper + 9)) == high) {
+    mantissa &= ~uint64_t{1};
+  }
+  mantissa += mantissa & 1;
+  mantissa >>= 1;
+  if (mantissa >= (uint64_t{2} << 52)) {
+    mantissa = uint64_t{1} << 52;
+    ++power2;
+  }
+  if (power2 >= 0x7ff) return false;
+  const uint64_t bits = (mantissa & ~(uint64_t{1} << 52)) | (static_cast<uint64_t>(power2) << 52);
+  out = std::bit_cast<double>(bits);
+  return true;
+}
+
 // The correctly rounded Double of a decimal, without from_chars, when that
 // is cheap to get exactly; false otherwise.
 bool FastDouble(const Decimal& d, double& out) noexcept {
@@ -146,24 +226,8 @@ bool FastDouble(const Decimal& d, double& out) noexcept {
     const auto digits = static_cast<double>(d.digits);
     value =
         d.exponent >= 0 ? digits * kExactPowers[d.exponent] : digits / kExactPowers[-d.exponent];
-  } else if constexpr (std::numeric_limits<long double>::digits == 64) {
-    // Up to 19 digits and 10^27 are exact in the 64-bit significand of the
-    // extended type, so its product or quotient is correctly rounded to 64
-    // bits; rounding that again to 53 bits is correct unless it landed
-    // exactly halfway between two Doubles.
-    if (d.exponent < -27 || d.exponent > 27) return false;
-    static constexpr long double kWidePowers[] = {1e0L,  1e1L,  1e2L,  1e3L,  1e4L,  1e5L,  1e6L,
-                                                  1e7L,  1e8L,  1e9L,  1e10L, 1e11L, 1e12L, 1e13L,
-                                                  1e14L, 1e15L, 1e16L, 1e17L, 1e18L, 1e19L, 1e20L,
-                                                  1e21L, 1e22L, 1e23L, 1e24L, 1e25L, 1e26L, 1e27L};
-    const long double power = kWidePowers[d.exponent < 0 ? -d.exponent : d.exponent];
-    const auto digits = static_cast<long double>(d.digits);
-    const long double wide = d.exponent >= 0 ? digits * power : digits / power;
-    uint64_t significand;
-    std::memcpy(&significand, &wide, sizeof(significand));
-    if ((significand & 0x7ff) == 0x400) return false;
-    value = static_cast<double>(wide);
-  } else {
+  } else if (d.exponent < -kPowerRange || d.exponent > kPowerRange ||
+             !MultipliedDouble(d.digits, d.exponent, value)) {
     return false;
   }
   out = d.negative ? -value : value;
