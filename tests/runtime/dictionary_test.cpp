@@ -246,7 +246,10 @@ TEST(Dictionary, AddTextAgreesWithAdd) {
     };
     for (int32_t i = 0; i < extra; ++i)
       add_text(Value(FromUtf8("k" + std::to_string(i))), Value(i));
-    for (const auto& [key, other] : keys) {
+    for (const auto& names : keys) {
+      // Plain names: the checks below run inside lambdas.
+      const char16_t* const key = names.first;
+      const char16_t* const other = names.second;
       SCOPED_TRACE(ToUtf8(key));
       add_text(Value(key), Value(key));
       EXPECT_EQ(d.Item(Value(key)).string(), key);
