@@ -242,6 +242,39 @@ class StringPool {
  public:
   Value Get(std::u16string_view text) {
     if (text.size() > kLongest) return Value(text);
+    const Slot* slot = Find(text);
+    return slot != nullptr ? slot->text : Value(text);
+  }
+
+  // A member name, with the hash Dictionary::AddText takes. The pool keeps
+  // that hash beside the name, so a name that recurs (as most do) is hashed
+  // the dictionary's way once per parse.
+  Value GetKey(std::u16string_view text, uint32_t& hash, bool& ascii) {
+    Slot* slot = text.size() > kLongest ? nullptr : Find(text);
+    if (slot == nullptr) {
+      hash = Dictionary::TextKeyHash(text, ascii);
+      return Value(text);
+    }
+    if (!slot->key_hashed) {
+      slot->key_hash = Dictionary::TextKeyHash(text, slot->key_ascii);
+      slot->key_hashed = true;
+    }
+    hash = slot->key_hash;
+    ascii = slot->key_ascii;
+    return slot->text;
+  }
+
+ private:
+  struct Slot {
+    Value text;
+    uint32_t hash = 0;
+    uint32_t key_hash = 0;  // set with key_hashed, when the text is a key
+    bool key_ascii = false;
+    bool key_hashed = false;
+    bool used = false;
+  };
+
+  static uint32_t Hash(std::u16string_view text) noexcept {
     // Four code units at a time; the length goes in first, so the zero
     // padding of the last word cannot make two texts alike.
     uint64_t h = 0xcbf29ce484222325ULL ^ text.size();
@@ -266,53 +299,39 @@ class StringPool {
       h = (h ^ units) * 0x9e3779b97f4a7c15ULL;
     }
     h = (h ^ (h >> 29)) * 0xbf58476d1ce4e5b9ULL;
-    return Find(text, static_cast<uint32_t>(h ^ (h >> 32)));
+    return static_cast<uint32_t>(h ^ (h >> 32));
   }
 
-  // A member name, with the hash Dictionary::AddText takes: a key is hashed
-  // once, by the dictionary's function, which also serves the pool (a text
-  // pooled both ways is just held twice).
-  Value GetKey(std::u16string_view text, uint32_t& hash, bool& ascii) {
-    hash = Dictionary::TextKeyHash(text, ascii);
-    if (text.size() > kLongest) return Value(text);
-    return Find(text, hash);
-  }
-
- private:
-  Value Find(std::u16string_view text, uint32_t hash) {
+  // The slot holding `text`, added if new; nullptr once the pool is full.
+  Slot* Find(std::u16string_view text) {
+    const uint32_t hash = Hash(text);
     if (slots_.empty()) slots_.resize(kFirstSize);
-    const size_t mask = slots_.size() - 1;
-    for (size_t at = hash & mask;; at = (at + 1) & mask) {
-      Slot& slot = slots_[at];
-      if (!slot.used) {
-        if ((used_ + 1) * 2 > slots_.size()) {
-          if (slots_.size() >= kMostSlots) return Value(text);
-          Grow();
-          return Find(text, hash);
+    for (;;) {
+      const size_t mask = slots_.size() - 1;
+      for (size_t at = hash & mask;; at = (at + 1) & mask) {
+        Slot& slot = slots_[at];
+        if (!slot.used) {
+          if ((used_ + 1) * 2 > slots_.size()) break;
+          slot.used = true;
+          slot.hash = hash;
+          slot.text = Value(text);
+          ++used_;
+          return &slot;
         }
-        slot.used = true;
-        slot.hash = hash;
-        slot.text = Value(text);
-        ++used_;
-        return slot.text;
+        if (slot.hash == hash && slot.text.string().size() == text.size() &&
+            (text.empty() ||
+             std::memcmp(slot.text.string().data(), text.data(), text.size() * 2) == 0)) {
+          return &slot;
+        }
       }
-      if (slot.hash == hash && slot.text.string().size() == text.size() &&
-          (text.empty() ||
-           std::memcmp(slot.text.string().data(), text.data(), text.size() * 2) == 0)) {
-        return slot.text;
-      }
+      if (slots_.size() >= kMostSlots) return nullptr;
+      Grow();
     }
   }
 
   static constexpr size_t kLongest = 32;
   static constexpr size_t kFirstSize = 256;
   static constexpr size_t kMostSlots = size_t{1} << 16;
-
-  struct Slot {
-    Value text;
-    uint32_t hash = 0;
-    bool used = false;
-  };
 
   void Grow() {
     std::vector<Slot> old(slots_.size() * 2);
