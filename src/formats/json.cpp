@@ -131,6 +131,86 @@ bool ScanDecimal(std::u16string_view text, Decimal& out) noexcept {
   return true;
 }
 
+// 5^q for q from -27 to 27 as a 128-bit significand with its top bit set:
+// exact for q >= 0 (5^27 fits in 64 bits); for q < 0, 2^b / 5^-q rounded
+// up, b making the top bit the 128th.
+struct Power128 {
+  uint64_t high, low;
+};
+// GCC and Clang's 128-bit integer; __extension__ keeps -Wpedantic quiet.
+__extension__ typedef unsigned __int128 Uint128;
+constexpr int kPowerRange = 27;
+constexpr auto kPowersOfFive = [] {
+  std::array<Power128, 2 * kPowerRange + 1> out{};
+  for (int q = -kPowerRange; q <= kPowerRange; ++q) {
+    Uint128 t = 0;
+    uint64_t five = 1;
+    for (int k = 0; k < (q < 0 ? -q : q); ++k) five *= 5;
+    if (q >= 0) {
+      t = static_cast<Uint128>(five) << (64 + std::countl_zero(five));
+    } else {
+      // Long division of a power of two by 5^-q, bit by bit, keeping 128
+      // quotient bits from the first 1.
+      uint64_t rest = 1;
+      for (int bits = 0; bits < 128;) {
+        rest <<= 1;
+        const bool bit = rest >= five;
+        if (bit) rest -= five;
+        if (bits > 0 || bit) {
+          t = (t << 1) | (bit ? 1 : 0);
+          ++bits;
+        }
+      }
+      t += 1;
+    }
+    out[static_cast<size_t>(q + kPowerRange)] = {static_cast<uint64_t>(t >> 64),
+                                                 static_cast<uint64_t>(t)};
+  }
+  return out;
+}();
+
+// digits * 10^exponent correctly rounded, for exponents within
+// kPowerRange: the significand times the 128-bit power of five, the power
+// of two folded into the binary exponent. Over this range of exponents the
+// product's leading bits are known to decide the rounding; the one
+// ambiguous shape left returns false.
+bool MultipliedDouble(uint64_t digits, int32_t exponent, double& out) noexcept {
+  const Power128 power = kPowersOfFive[static_cast<size_t>(exponent + kPowerRange)];
+  const int zeros = std::countl_zero(digits);
+  const uint64_t w = digits << zeros;
+  const Uint128 first = static_cast<Uint128>(w) * power.high;
+  auto high = static_cast<uint64_t>(first >> 64);
+  auto low = static_cast<uint64_t>(first);
+  if ((high & 0x1ff) == 0x1ff) {
+    // The bits below the 55 kept might carry into them: add the product
+    // with the power's low half.
+    const auto second = static_cast<uint64_t>((static_cast<Uint128>(w) * power.low) >> 64);
+    low += second;
+    if (second > low) ++high;
+    if (low == ~uint64_t{0}) return false;
+  }
+  const int upper = static_cast<int>(high >> 63);
+  uint64_t mantissa = high >> (upper + 9);
+  // floor(q * log2(10)) + 63, plus the normalisation, biased.
+  int32_t power2 = (((152170 + 65536) * exponent) >> 16) + 63 + upper - zeros + 1023;
+  if (power2 <= 0) return false;
+  // Exactly halfway (possible only for these exponents): to even.
+  if (low <= 1 && exponent >= -4 && exponent <= 23 && (mantissa & 3) == 1 &&
+      (mantissa << (upper + 9)) == high) {
+    mantissa &= ~uint64_t{1};
+  }
+  mantissa += mantissa & 1;
+  mantissa >>= 1;
+  if (mantissa >= (uint64_t{2} << 52)) {
+    mantissa = uint64_t{1} << 52;
+    ++power2;
+  }
+  if (power2 >= 0x7ff) return false;
+  const uint64_t bits = (mantissa & ~(uint64_t{1} << 52)) | (static_cast<uint64_t>(power2) << 52);
+  out = std::bit_cast<double>(bits);
+  return true;
+}
+
 // The correctly rounded Double of a decimal, without from_chars, when that
 // is cheap to get exactly; false otherwise.
 bool FastDouble(const Decimal& d, double& out) noexcept {
@@ -146,24 +226,8 @@ bool FastDouble(const Decimal& d, double& out) noexcept {
     const auto digits = static_cast<double>(d.digits);
     value =
         d.exponent >= 0 ? digits * kExactPowers[d.exponent] : digits / kExactPowers[-d.exponent];
-  } else if constexpr (std::numeric_limits<long double>::digits == 64) {
-    // Up to 19 digits and 10^27 are exact in the 64-bit significand of the
-    // extended type, so its product or quotient is correctly rounded to 64
-    // bits; rounding that again to 53 bits is correct unless it landed
-    // exactly halfway between two Doubles.
-    if (d.exponent < -27 || d.exponent > 27) return false;
-    static constexpr long double kWidePowers[] = {1e0L,  1e1L,  1e2L,  1e3L,  1e4L,  1e5L,  1e6L,
-                                                  1e7L,  1e8L,  1e9L,  1e10L, 1e11L, 1e12L, 1e13L,
-                                                  1e14L, 1e15L, 1e16L, 1e17L, 1e18L, 1e19L, 1e20L,
-                                                  1e21L, 1e22L, 1e23L, 1e24L, 1e25L, 1e26L, 1e27L};
-    const long double power = kWidePowers[d.exponent < 0 ? -d.exponent : d.exponent];
-    const auto digits = static_cast<long double>(d.digits);
-    const long double wide = d.exponent >= 0 ? digits * power : digits / power;
-    uint64_t significand;
-    std::memcpy(&significand, &wide, sizeof(significand));
-    if ((significand & 0x7ff) == 0x400) return false;
-    value = static_cast<double>(wide);
-  } else {
+  } else if (d.exponent < -kPowerRange || d.exponent > kPowerRange ||
+             !MultipliedDouble(d.digits, d.exponent, value)) {
     return false;
   }
   out = d.negative ? -value : value;
@@ -178,6 +242,39 @@ class StringPool {
  public:
   Value Get(std::u16string_view text) {
     if (text.size() > kLongest) return Value(text);
+    const Slot* slot = Find(text);
+    return slot != nullptr ? slot->text : Value(text);
+  }
+
+  // A member name, with the hash Dictionary::AddText takes. The pool keeps
+  // that hash beside the name, so a name that recurs (as most do) is hashed
+  // the dictionary's way once per parse.
+  Value GetKey(std::u16string_view text, uint32_t& hash, bool& ascii) {
+    Slot* slot = text.size() > kLongest ? nullptr : Find(text);
+    if (slot == nullptr) {
+      hash = Dictionary::TextKeyHash(text, ascii);
+      return Value(text);
+    }
+    if (!slot->key_hashed) {
+      slot->key_hash = Dictionary::TextKeyHash(text, slot->key_ascii);
+      slot->key_hashed = true;
+    }
+    hash = slot->key_hash;
+    ascii = slot->key_ascii;
+    return slot->text;
+  }
+
+ private:
+  struct Slot {
+    Value text;
+    uint32_t hash = 0;
+    uint32_t key_hash = 0;  // set with key_hashed, when the text is a key
+    bool key_ascii = false;
+    bool key_hashed = false;
+    bool used = false;
+  };
+
+  static uint32_t Hash(std::u16string_view text) noexcept {
     // Four code units at a time; the length goes in first, so the zero
     // padding of the last word cannot make two texts alike.
     uint64_t h = 0xcbf29ce484222325ULL ^ text.size();
@@ -202,41 +299,39 @@ class StringPool {
       h = (h ^ units) * 0x9e3779b97f4a7c15ULL;
     }
     h = (h ^ (h >> 29)) * 0xbf58476d1ce4e5b9ULL;
-    const auto hash = static_cast<uint32_t>(h ^ (h >> 32));
+    return static_cast<uint32_t>(h ^ (h >> 32));
+  }
+
+  // The slot holding `text`, added if new; nullptr once the pool is full.
+  Slot* Find(std::u16string_view text) {
+    const uint32_t hash = Hash(text);
     if (slots_.empty()) slots_.resize(kFirstSize);
-    const size_t mask = slots_.size() - 1;
-    for (size_t at = hash & mask;; at = (at + 1) & mask) {
-      Slot& slot = slots_[at];
-      if (!slot.used) {
-        if ((used_ + 1) * 2 > slots_.size()) {
-          if (slots_.size() >= kMostSlots) return Value(text);
-          Grow();
-          return Get(text);
+    for (;;) {
+      const size_t mask = slots_.size() - 1;
+      for (size_t at = hash & mask;; at = (at + 1) & mask) {
+        Slot& slot = slots_[at];
+        if (!slot.used) {
+          if ((used_ + 1) * 2 > slots_.size()) break;
+          slot.used = true;
+          slot.hash = hash;
+          slot.text = Value(text);
+          ++used_;
+          return &slot;
         }
-        slot.used = true;
-        slot.hash = hash;
-        slot.text = Value(text);
-        ++used_;
-        return slot.text;
+        if (slot.hash == hash && slot.text.string().size() == text.size() &&
+            (text.empty() ||
+             std::memcmp(slot.text.string().data(), text.data(), text.size() * 2) == 0)) {
+          return &slot;
+        }
       }
-      if (slot.hash == hash && slot.text.string().size() == text.size() &&
-          (text.empty() ||
-           std::memcmp(slot.text.string().data(), text.data(), text.size() * 2) == 0)) {
-        return slot.text;
-      }
+      if (slots_.size() >= kMostSlots) return nullptr;
+      Grow();
     }
   }
 
- private:
   static constexpr size_t kLongest = 32;
   static constexpr size_t kFirstSize = 256;
   static constexpr size_t kMostSlots = size_t{1} << 16;
-
-  struct Slot {
-    Value text;
-    uint32_t hash = 0;
-    bool used = false;
-  };
 
   void Grow() {
     std::vector<Slot> old(slots_.size() * 2);
@@ -262,8 +357,11 @@ struct Frame {
   Value container;
   Dictionary* dict = nullptr;
   Value key;
+  uint32_t key_hash = 0;  // Dictionary::TextKeyHash of key
+  bool key_ascii = false;
   size_t base = 0;
   bool element = false;  // an item of an array
+  int32_t shape = -1;    // an object's place in Reader::member_counts_
 };
 
 // The reader: one position over the text and an explicit stack of open
@@ -450,18 +548,29 @@ class Reader {
     }
     ++pos_;
     const bool element = !stack_.empty() && stack_.back().dict == nullptr;
+    // Objects mostly share their shape with earlier ones in the same place:
+    // the records of a list, the value of one member name in each record.
+    // An object starts with room for as many members as the last one that
+    // ended in its place (the depth for an item of a list, else the depth
+    // and the name it is the value of).
+    int32_t shape = -1;
+    if (object) {
+      if (element) {
+        if (stack_.size() < kListShapes) shape = static_cast<int32_t>(stack_.size());
+      } else if (!stack_.empty()) {
+        const uint32_t place =
+            stack_.back().key_hash + static_cast<uint32_t>(stack_.size()) * 0x9e3779b9U;
+        shape = static_cast<int32_t>(kListShapes + (place >> 26));
+      }
+    }
     Frame& frame = stack_.emplace_back();
     frame.element = element;
+    frame.shape = shape;
     if (object) {
       auto* dict = new Dictionary();
       frame.container = Value(static_cast<Object*>(dict));
       frame.dict = dict;
-      // The records of a list mostly share one shape: an object in a list
-      // starts with room for as many members as the last one that ended at
-      // its depth. Objects that are members of objects differ too much.
-      if (element && stack_.size() <= member_counts_.size()) {
-        dict->Reserve(member_counts_[stack_.size() - 1]);
-      }
+      if (shape >= 0) dict->Reserve(member_counts_[static_cast<size_t>(shape)]);
       if (compare_mode_ != 0) {
         try {
           dict->SetCompareMode(compare_mode_);
@@ -480,9 +589,8 @@ class Reader {
   // that add fails, the enclosing container ends as well, and so on out.
   void Close() {
     for (;;) {
-      if (stack_.back().dict != nullptr && stack_.back().element &&
-          stack_.size() <= member_counts_.size()) {
-        member_counts_[stack_.size() - 1] =
+      if (stack_.back().shape >= 0) {
+        member_counts_[static_cast<size_t>(stack_.back().shape)] =
             std::min(stack_.back().dict->Count(), kMostMembersReserved);
       }
       Value done = Finish(stack_.back());
@@ -524,7 +632,13 @@ class Reader {
 
   void AddQuietly(Frame& f, Value item) {
     if (f.dict != nullptr) {
-      f.dict->Add(f.key, std::move(item));
+      // The key moves into the entry (no count taken and dropped), unless
+      // a refused compare mode still needs it for its line.
+      if (mode_failure_.empty()) {
+        f.dict->AddText(std::move(f.key), f.key_hash, f.key_ascii, std::move(item));
+      } else {
+        f.dict->AddText(Value(f.key), f.key_hash, f.key_ascii, std::move(item));
+      }
     } else {
       items_.push_back(std::move(item));
     }
@@ -651,7 +765,8 @@ class Reader {
         if (pos_ == start) ++pos_;  // a blank, dropped
       }
     }
-    stack_.back().key = strings_.Get(scratch_);
+    Frame& f = stack_.back();
+    f.key = strings_.GetKey(scratch_, f.key_hash, f.key_ascii);
   }
 
   // The usual key, "name" then ":" with only blanks between, taken straight
@@ -663,7 +778,9 @@ class Reader {
     size_t after = end + 1;
     while (after < n_ && IsBlank(s_[after])) ++after;
     if (after >= n_ || s_[after] != u':') return false;
-    stack_.back().key = strings_.Get(std::u16string_view(s_ + pos_ + 1, end - pos_ - 1));
+    Frame& f = stack_.back();
+    f.key = strings_.GetKey(std::u16string_view(s_ + pos_ + 1, end - pos_ - 1), f.key_hash,
+                            f.key_ascii);
     pos_ = after + 1;
     return true;
   }
@@ -855,24 +972,39 @@ class Reader {
   // 19 of them) and returns the position after the last.
   size_t ReadDigits(size_t i, uint64_t& digits) const noexcept {
     if constexpr (std::endian::native == std::endian::little) {
-      // Four digits at a time: each unit is 0x0030 + d, d from 0 to 9.
+      // Four units at a time, the last one to three digits of a run too.
+      // Each unit XOR 0x30 is 0 to 9 for a digit; anything else has a bit
+      // set from 0x10 up in itself or in itself plus 6. A unit past the
+      // first non-digit may take a carry from it, which does not matter.
+      static constexpr uint64_t kScale[] = {1, 10, 100, 1000};
       while (n_ - i >= 4) {
         uint64_t units;
         std::memcpy(&units, s_ + i, sizeof(units));
-        const uint64_t low = units - 0x0030003000300030ULL;
-        if ((units & 0xfff0fff0fff0fff0ULL) != 0x0030003000300030ULL ||
-            ((units + 0x0006000600060006ULL) & 0x00f000f000f000f0ULL) != 0x0030003000300030ULL) {
-          break;
+        const uint64_t values = units ^ 0x0030003000300030ULL;
+        const uint64_t stops = (values | (values + 0x0006000600060006ULL)) & 0xfff0fff0fff0fff0ULL;
+        if (stops == 0) {
+          digits = digits * 10000 + FourDigits(values);
+          i += 4;
+          continue;
         }
-        // d0 d1 d2 d3 (first in the lowest unit) -> d0d1, d2d3 -> d0d1d2d3.
-        const uint64_t pairs = (low * 10 + (low >> 16)) & 0x0000ffff0000ffffULL;
-        const uint64_t four = (pairs * 100 + (pairs >> 32)) & 0xffffffffULL;
-        digits = digits * 10000 + four;
-        i += 4;
+        const auto count = static_cast<unsigned>(std::countr_zero(stops)) / 16;
+        if (count > 0) {
+          // The digits moved to the last units, behind leading zeros.
+          digits = digits * kScale[count] + FourDigits(values << (64 - 16 * count));
+          i += count;
+        }
+        return i;
       }
     }
     for (; i < n_ && IsDigit(s_[i]); ++i) digits = digits * 10 + (s_[i] - u'0');
     return i;
+  }
+
+  // The number written by four digit values, d0 d1 d2 d3 (first in the
+  // lowest unit): d0d1, d2d3, then d0d1d2d3.
+  static uint64_t FourDigits(uint64_t values) noexcept {
+    const uint64_t pairs = (values * 10 + (values >> 16)) & 0x0000ffff0000ffffULL;
+    return (pairs * 100 + (pairs >> 32)) & 0xffffffffULL;
   }
 
   Value ReadGatheredNumber() {
@@ -941,11 +1073,13 @@ class Reader {
   std::u16string mode_failure_;
   std::u16string scratch_;
   std::vector<Frame> stack_;
-  // Per depth (the shallowest few), the member count of the last object in
-  // a list that ended there; capped so an odd large object does not make every
-  // later one large.
+  // The member count of the last object that ended in each place: first
+  // per depth (the shallowest few) for items of lists, then per depth and
+  // member name hashed to 64 places; capped so an odd large object does
+  // not make every later one large.
   static constexpr int32_t kMostMembersReserved = 64;
-  std::array<int32_t, 16> member_counts_{};
+  static constexpr size_t kListShapes = 16;
+  std::array<int32_t, kListShapes + 64> member_counts_{};
   std::vector<Value> items_;  // elements of the open arrays, innermost last
   StringPool strings_;
   Value root_ = Value::Nothing();

@@ -201,8 +201,11 @@ Probe MakeProbe(const Value& key, CompareMethod mode) {
       const bool fold = mode != CompareMethod::kBinary;
       p.tag = KeyTag::kText;
       p.text = key.string();
+      // Binary mode hashes as text mode does for ASCII (with "A".."Z"
+      // folded), so that one hash serves a key in either mode; equal texts
+      // still hash alike, and matching stays exact.
       if (!fold) {
-        p.hash = HashText(p.text, false);
+        p.hash = HashText(p.text, true);
       } else if (!HashAsciiText(p.text, p.hash)) {
         p.folded = Value(detail::FoldKeyCase(p.text));
         p.text = p.folded.string();
@@ -329,11 +332,11 @@ struct Dictionary::Impl {
   }
 
   // Appends a new entry; the caller has checked that the key is absent.
-  Entry& Append(const Value& key, Value item, Probe&& p) {
+  Entry& Append(Value key, Value item, Probe&& p) {
     if (entries.size() >= kGone) RaiseStandard(errors::kOutOfMemory);
     if (entries.empty()) entries.reserve(2);
-    Entry& e = entries.emplace_back(
-        Entry{key, std::move(item), MatchOf(std::move(p)), next_sequence, p.hash, p.tag, true});
+    Entry& e = entries.emplace_back(Entry{std::move(key), std::move(item), MatchOf(std::move(p)),
+                                          next_sequence, p.hash, p.tag, true});
     ++next_sequence;
     ++live;
     const auto position = static_cast<uint32_t>(entries.size() - 1);
@@ -428,6 +431,24 @@ void Dictionary::Add(const Value& key, Value item) {
   Probe p = MakeProbe(key, KeyMode());
   if (impl_->Find(p, TextMode())) RaiseStandard(errors::kDuplicateKey);
   impl_->Append(key, std::move(item), std::move(p));
+}
+
+void Dictionary::AddText(Value&& key, uint32_t hash, bool ascii, Value item) {
+  // A key outside ASCII in text mode is matched through its folding, which
+  // has a hash of its own.
+  if (!ascii && TextMode()) return Add(key, std::move(item));
+  Probe p;
+  p.tag = KeyTag::kText;
+  p.hash = hash;
+  p.text = key.string();
+  if (impl_->Find(p, TextMode())) RaiseStandard(errors::kDuplicateKey);
+  impl_->Append(std::move(key), std::move(item), std::move(p));
+}
+
+uint32_t Dictionary::TextKeyHash(std::u16string_view text, bool& ascii) noexcept {
+  uint32_t hash;
+  ascii = HashAsciiText(text, hash);
+  return hash;
 }
 
 Value Dictionary::Item(const Value& key) {

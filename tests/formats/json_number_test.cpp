@@ -1,7 +1,7 @@
 // Doubles read from JSON must be the correctly rounded value of their text
-// whichever conversion path a number takes (one exact operation, the 64-bit
-// extended type, or the general conversion), so every row is checked bit for
-// bit against the C library's strtod.
+// whichever conversion path a number takes (one exact operation, the product
+// with a 128-bit power of five, or the general conversion), so every row is
+// checked bit for bit against the C library's strtod.
 #include <gtest/gtest.h>
 
 #include <bit>
@@ -44,6 +44,15 @@ TEST(JSON, DoublesAreCorrectlyRounded) {
       "9999999999999999999e5",
       "12345.6789E+3",
       "1E-5",
+      // Rounding up into the next power of two; the ends of the 128-bit powers.
+      "9007199254740991.5",
+      "1.9999999999999999",
+      "123456789012345678e-27",
+      "987654321987654321e27",
+      // Runs of one to three digits ending inside one four-unit read.
+      "123e-2",
+      "45.678E1",
+      "-7.0625\n",
   };
   std::string array = "[";
   for (const char* t : texts) array += std::string(t) + ",";

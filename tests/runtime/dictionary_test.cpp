@@ -224,6 +224,53 @@ TEST(Dictionary, SmallAndLargeAgree) {
   }
 }
 
+// Keys added with a hash handed in (AddText) are found by every ordinary
+// look-up and refuse duplicates either way, in both modes, by scan and
+// through the table, ASCII or not.
+TEST(Dictionary, AddTextAgreesWithAdd) {
+  const std::tuple<CompareMethod, int32_t> cases[] = {{CompareMethod::kBinary, 0},
+                                                      {CompareMethod::kBinary, 40},
+                                                      {CompareMethod::kText, 0},
+                                                      {CompareMethod::kText, 40}};
+  const std::pair<const char16_t*, const char16_t*> keys[] = {
+      {u"Name", u"nAME"}, {u"Straße", u"STRASSE"}, {u"a-much-longer-key", u"A-MUCH-LONGER-KEY"}};
+  for (const auto& [mode, extra] : cases) {
+    SCOPED_TRACE(static_cast<int>(mode) * 1000 + extra);
+    const bool text = mode != CompareMethod::kBinary;
+    Dictionary d;
+    d.SetCompareMode(mode);
+    auto add_text = [&d](Value key, Value item) {
+      bool ascii = false;
+      const uint32_t hash = Dictionary::TextKeyHash(key.string(), ascii);
+      d.AddText(std::move(key), hash, ascii, std::move(item));
+    };
+    for (int32_t i = 0; i < extra; ++i)
+      add_text(Value(FromUtf8("k" + std::to_string(i))), Value(i));
+    for (const auto& names : keys) {
+      // Plain names: the checks below run inside lambdas.
+      const char16_t* const key = names.first;
+      const char16_t* const other = names.second;
+      SCOPED_TRACE(ToUtf8(key));
+      add_text(Value(key), Value(key));
+      EXPECT_EQ(d.Item(Value(key)).string(), key);
+      EXPECT_EQ(d.Exists(Value(other)), text);
+      EXPECT_RAISES(d.Add(Value(key), Value()), errors::kDuplicateKey);
+      // A refused key is left as it was: the caller reports it.
+      Value again(key);
+      bool ascii = false;
+      const uint32_t hash = Dictionary::TextKeyHash(key, ascii);
+      EXPECT_RAISES(d.AddText(std::move(again), hash, ascii, Value()), errors::kDuplicateKey);
+      EXPECT_EQ(again.string(), key);
+      if (text) {
+        EXPECT_RAISES(add_text(Value(other), Value()), errors::kDuplicateKey);
+      }
+    }
+    for (int32_t i = 0; i < extra; ++i)
+      EXPECT_TRUE(d.Exists(Value(FromUtf8("k" + std::to_string(i)))));
+    EXPECT_EQ(d.Count(), extra + 3);
+  }
+}
+
 TEST(Dictionary, ByName) {
   Ref<Object> d = CreateObject(u"kestrel.dictionary");
   // Any mode from -1 up is kept as given; every mode but 0 compares as text.

@@ -52,6 +52,13 @@ class KESTREL_API Dictionary : public Dispatchable<Dictionary> {
   ~Dictionary() override;
 
   void Add(const Value& key, Value item);
+  // Add for a text key whose TextKeyHash the caller already has (a reader
+  // that pools its keys hashes each once); `ascii` tells whether the key's
+  // text is all ASCII. The key is moved from only when it is added.
+  void AddText(Value&& key, uint32_t hash, bool ascii, Value item);
+  // The hash of a text key, as AddText takes it; `ascii` is set when the
+  // text is all ASCII.
+  static uint32_t TextKeyHash(std::u16string_view text, bool& ascii) noexcept;
   // Get: the item, or Empty after adding the key.
   Value Item(const Value& key);
   // Let / Set: replaces the item, or adds the key.
