@@ -23,7 +23,42 @@
 #include "kestrel/runtime/registry.hpp"
 
 namespace kestrel {
+
+namespace detail {
+
+// What the reader makes is its own until Parse returns: no other thread can
+// reach a node or a string of the tree being built. So a new container's
+// count is set by a plain store, and a pooled string is handed out without
+// a count per copy, its count settled once at the end; each of these would
+// otherwise be an atomic instruction, a large share of building a tree.
+struct FreshReferences {
+  static Value Adopt(Object* fresh) noexcept {
+    fresh->refs_.store(1, std::memory_order_relaxed);
+    Value held;
+    held.code_ = uint16_t(Kind::kObject);
+    held.obj_ = fresh;
+    return held;
+  }
+  // A copy of a string that its count does not know of yet.
+  static Value Uncounted(const Value& text) noexcept {
+    Value copy;
+    copy.code_ = text.code_;
+    copy.bits_ = text.bits_;
+    return copy;
+  }
+  // Adds `delta` (mod 2^32) to a string's count.
+  static void Charge(const Value& text, uint32_t delta) noexcept {
+    if (text.IsString() && text.str_ != nullptr) {
+      text.str_->refs.fetch_add(delta, std::memory_order_relaxed);
+    }
+  }
+};
+
+}  // namespace detail
+
 namespace {
+
+using detail::FreshReferences;
 
 constexpr std::u16string_view kLineEnd = u"\r\n";
 // How much of the text an array's failure line shows.
@@ -238,12 +273,26 @@ bool FastDouble(const Decimal& d, double& out) noexcept {
 // same ones), and so do many short values. Within one parse, equal short
 // texts share one string: strings are immutable and shared copy-on-write,
 // so no holder can tell.
+//
+// A pooled string carries a large bias in its count while the pool lives,
+// and its copies are handed out uncounted: a copy dropped during the parse
+// (a failed container) takes one off the bias, and the pool's end settles
+// the count to the copies it handed out, less those.
 class StringPool {
  public:
+  StringPool() = default;
+  StringPool(const StringPool&) = delete;
+  StringPool& operator=(const StringPool&) = delete;
+  ~StringPool() {
+    for (Slot& slot : slots_) {
+      if (slot.used) FreshReferences::Charge(slot.text, slot.handed - kBias);
+    }
+  }
+
   Value Get(std::u16string_view text) {
     if (text.size() > kLongest) return Value(text);
-    const Slot* slot = Find(text);
-    return slot != nullptr ? slot->text : Value(text);
+    Slot* slot = Find(text);
+    return slot != nullptr ? Hand(*slot) : Value(text);
   }
 
   // A member name, with the hash Dictionary::AddText takes. The pool keeps
@@ -261,12 +310,18 @@ class StringPool {
     }
     hash = slot->key_hash;
     ascii = slot->key_ascii;
-    return slot->text;
+    return Hand(*slot);
   }
 
  private:
+  // Far above any count a parse can hand out below kMostHanded, and far
+  // below the count's wrap.
+  static constexpr uint32_t kBias = uint32_t{1} << 30;
+  static constexpr uint32_t kMostHanded = uint32_t{1} << 29;
+
   struct Slot {
     Value text;
+    uint32_t handed = 0;  // uncounted copies given out
     uint32_t hash = 0;
     uint32_t key_hash = 0;  // set with key_hashed, when the text is a key
     bool key_ascii = false;
@@ -315,6 +370,7 @@ class StringPool {
           slot.used = true;
           slot.hash = hash;
           slot.text = Value(text);
+          FreshReferences::Charge(slot.text, kBias);
           ++used_;
           return &slot;
         }
@@ -327,6 +383,12 @@ class StringPool {
       if (slots_.size() >= kMostSlots) return nullptr;
       Grow();
     }
+  }
+
+  static Value Hand(Slot& slot) {
+    if (slot.handed >= kMostHanded) return slot.text;  // counted from here on
+    ++slot.handed;
+    return FreshReferences::Uncounted(slot.text);
   }
 
   static constexpr size_t kLongest = 32;
@@ -568,7 +630,7 @@ class Reader {
     frame.shape = shape;
     if (object) {
       auto* dict = new Dictionary();
-      frame.container = Value(static_cast<Object*>(dict));
+      frame.container = FreshReferences::Adopt(dict);
       frame.dict = dict;
       if (shape >= 0) dict->Reserve(member_counts_[static_cast<size_t>(shape)]);
       if (compare_mode_ != 0) {
@@ -624,7 +686,7 @@ class Reader {
   Value Finish(Frame& f) {
     if (f.dict != nullptr) return std::move(f.container);
     auto* list = new Collection();
-    Value done(static_cast<Object*>(list));
+    Value done = FreshReferences::Adopt(list);
     list->Append(std::span<Value>(items_).subspan(f.base));
     items_.resize(f.base);
     return done;
@@ -1093,14 +1155,20 @@ JSON::~JSON() = default;
 
 void JSON::Clear() noexcept {
   root_ = Value::Nothing();
-  text_.clear();
+  text_ = Value(std::u16string_view());
   parse_error_.clear();
 }
 
 bool JSON::Parse(std::u16string_view text) {
+  return Parse(Value(text));
+}
+
+bool JSON::Parse(const Value& text) {
+  // Held before Clear, which may drop the very string `text` refers to.
+  Value kept = text.IsString() ? text : Value(runtime::ToText(text));
   Clear();
-  text_.assign(text);
-  Reader reader(text_, compare_mode_, large_integers_, parse_error_);
+  text_ = std::move(kept);
+  Reader reader(text_.string(), compare_mode_, large_integers_, parse_error_);
   root_ = reader.Run();
   return parse_error_.empty();
 }
@@ -1116,14 +1184,17 @@ const DispatchTable<JSON>& JSON::Dispatch() {
               u"LargeIntegers", [](JSON& j, Args&) { return Value(j.LargeIntegers()); },
               [](JSON& j, Args&, const Value& v) { j.SetLargeIntegers(runtime::ToBoolean(v)); })
           .Get(u"ParseError", [](JSON& j, Args&) { return Value(j.ParseError()); })
-          .Get(u"Text", [](JSON& j, Args&) { return Value(j.Text()); })
+          .Get(u"Text", [](JSON& j, Args&) { return j.text_; })
           .Get(u"JSONObject", [](JSON& j, Args&) { return j.JSONObject(); })
           .Method(u"Clear", 0, 0,
                   [](JSON& j, Args&) {
                     j.Clear();
                     return Value();
                   })
-          .Method(u"Parse", 1, 1, [](JSON& j, Args& a) { return Value(j.Parse(a.Text(0))); })
+          .Method(u"Parse", 1, 1,
+                  [](JSON& j, Args& a) {
+                    return Value(a[0].IsString() ? j.Parse(a[0]) : j.Parse(a.Text(0)));
+                  })
           .Build();
   return table;
 }

@@ -6,6 +6,7 @@
 #include <new>
 #include <vector>
 
+#include "frame/node_memory.hpp"
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/frame/unicode.hpp"
 
@@ -14,15 +15,18 @@ namespace detail {
 
 namespace {
 StringRep* MakeString(std::u16string_view text) {
-  void* raw = ::operator new(sizeof(StringRep) + text.size() * sizeof(char16_t));
+  void* raw = AllocateNode(sizeof(StringRep) + text.size() * sizeof(char16_t));
   auto* rep = new (raw) StringRep{{1}, static_cast<uint32_t>(text.size())};
   std::memcpy(rep->data(), text.data(), text.size() * sizeof(char16_t));
   return rep;
 }
 void ReleaseString(StringRep* rep) noexcept {
-  if (rep->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+  // A sole holder frees without the atomic decrement (see Object::Release).
+  if (rep->refs.load(std::memory_order_acquire) == 1 ||
+      rep->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+    const size_t bytes = sizeof(StringRep) + rep->size * sizeof(char16_t);
     rep->~StringRep();
-    ::operator delete(rep);
+    FreeNode(rep, bytes);
   }
 }
 }  // namespace
@@ -43,7 +47,10 @@ struct ArrayRep {
     return element == Kind::kByte ? bytes.size() : values.size();
   }
   void Release() noexcept {
-    if (refs.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+    if (refs.load(std::memory_order_acquire) == 1 ||
+        refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+      delete this;
+    }
   }
 };
 

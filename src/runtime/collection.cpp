@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "detail/key_folding.hpp"
+#include "frame/node_memory.hpp"
 #include "detail/nested_release.hpp"
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/runtime/convert.hpp"
@@ -69,7 +70,15 @@ Collection::~Collection() {
     for (Value* v = items_; v != end; ++v) release.Take(*v);
   }
   std::destroy(items_, end);
-  if (items_ != InlineItems()) ::operator delete(items_);
+  if (items_ != InlineItems()) detail::FreeNode(items_, capacity_ * sizeof(Value));
+}
+
+void* Collection::operator new(size_t size) {
+  return detail::AllocateNode(size);
+}
+
+void Collection::operator delete(void* block, size_t size) noexcept {
+  detail::FreeNode(block, size);
 }
 
 void Collection::Reserve(size_t capacity) {
@@ -78,10 +87,10 @@ void Collection::Reserve(size_t capacity) {
   // Geometric growth keeps a run of Adds linear; Append asks for its exact size.
   const size_t grown = std::max<size_t>(capacity, size_t{capacity_} + capacity_ / 2);
   const size_t size = std::min<size_t>(grown, INT32_MAX);
-  auto* block = static_cast<Value*>(::operator new(size * sizeof(Value)));
+  auto* block = static_cast<Value*>(detail::AllocateNode(size * sizeof(Value)));
   std::uninitialized_move(items_, items_ + count_, block);
   std::destroy(items_, items_ + count_);
-  if (items_ != InlineItems()) ::operator delete(items_);
+  if (items_ != InlineItems()) detail::FreeNode(items_, capacity_ * sizeof(Value));
   items_ = block;
   capacity_ = static_cast<uint32_t>(size);
 }
@@ -152,10 +161,10 @@ void Collection::Append(std::span<Value> items) {
     // Exactly the size asked: a parsed list never grows afterwards.
     if (items.size() > static_cast<size_t>(INT32_MAX) - count_) throw std::bad_alloc();
     const size_t want = count_ + items.size();
-    auto* block = static_cast<Value*>(::operator new(want * sizeof(Value)));
+    auto* block = static_cast<Value*>(detail::AllocateNode(want * sizeof(Value)));
     std::uninitialized_move(items_, items_ + count_, block);
     std::destroy(items_, items_ + count_);
-    if (items_ != InlineItems()) ::operator delete(items_);
+    if (items_ != InlineItems()) detail::FreeNode(items_, capacity_ * sizeof(Value));
     items_ = block;
     capacity_ = static_cast<uint32_t>(want);
   }

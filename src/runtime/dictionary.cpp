@@ -10,6 +10,7 @@
 
 #include "detail/key_folding.hpp"
 #include "detail/nested_release.hpp"
+#include "frame/node_memory.hpp"
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/runtime/convert.hpp"
 #include "kestrel/runtime/registry.hpp"
@@ -270,7 +271,7 @@ struct Dictionary::Impl {
     }
   };
 
-  std::vector<Entry> entries;
+  std::vector<Entry, detail::NodeAllocator<Entry>> entries;
   std::vector<uint32_t> table;  // empty while look-ups scan
   size_t live = 0;
   size_t table_filled = 0;  // slots that are not kFree
@@ -427,6 +428,14 @@ Dictionary::~Dictionary() {
   if (!shared_) impl_->~Impl();
 }
 
+void* Dictionary::operator new(size_t size) {
+  return detail::AllocateNode(size);
+}
+
+void Dictionary::operator delete(void* block, size_t size) noexcept {
+  detail::FreeNode(block, size);
+}
+
 void Dictionary::Add(const Value& key, Value item) {
   Probe p = MakeProbe(key, KeyMode());
   if (impl_->Find(p, TextMode())) RaiseStandard(errors::kDuplicateKey);
@@ -512,7 +521,7 @@ void Dictionary::Remove(const Value& key) {
 void Dictionary::RemoveAll() noexcept {
   // Moved out first so that destructors of keys and items run against an
   // already empty dictionary.
-  std::vector<Impl::Entry> entries = std::move(impl_->entries);
+  auto entries = std::move(impl_->entries);
   impl_->entries.clear();
   impl_->table.clear();
   impl_->table_filled = 0;

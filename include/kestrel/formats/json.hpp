@@ -70,12 +70,17 @@ class KESTREL_API JSON : public Dispatchable<JSON> {
   void SetLargeIntegers(bool on) noexcept { large_integers_ = on; }
 
   const std::u16string& ParseError() const noexcept { return parse_error_; }
-  const std::u16string& Text() const noexcept { return text_; }
+  std::u16string_view Text() const noexcept { return text_.string(); }
   // The root Dictionary or Collection, or Nothing.
   const Value& JSONObject() const noexcept { return root_; }
 
   void Clear() noexcept;
   bool Parse(std::u16string_view text);
+  bool Parse(const std::u16string& text) { return Parse(std::u16string_view(text)); }
+  bool Parse(const char16_t* text) { return Parse(std::u16string_view(text)); }
+  // The same for a String value, which Text then shares instead of copying
+  // (strings are immutable); any other kind is converted to text first.
+  bool Parse(const Value& text);
 
   static const DispatchTable<JSON>& Dispatch();
 
@@ -83,7 +88,7 @@ class KESTREL_API JSON : public Dispatchable<JSON> {
   int32_t compare_mode_ = 1;
   bool large_integers_ = false;
   std::u16string parse_error_;
-  std::u16string text_;
+  Value text_;  // a String
   Value root_;
 };
 

@@ -23,6 +23,9 @@
 namespace kestrel {
 
 class Value;
+namespace detail {
+struct FreshReferences;
+}
 
 // How a member is called. The numbers are the late-binding call types that
 // automation clients pass to CallByName.
@@ -58,12 +61,20 @@ class KESTREL_API Object {
   virtual Ref<Object> NewEnum();
 
   void AddRef() const noexcept { refs_.fetch_add(1, std::memory_order_relaxed); }
+  // The holder of the only reference is the only thread that can touch the
+  // count, so it deletes without the atomic decrement: most objects (every
+  // node of a parsed tree) die that way, and the locked instruction is most
+  // of the cost of letting one go.
   void Release() const noexcept {
-    if (refs_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+    if (refs_.load(std::memory_order_acquire) == 1 ||
+        refs_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+      delete this;
+    }
   }
   int32_t RefCount() const noexcept { return refs_.load(std::memory_order_relaxed); }
 
  private:
+  friend struct detail::FreshReferences;
   mutable std::atomic<int32_t> refs_{0};
 };
 

@@ -231,6 +231,10 @@ class KESTREL_API Value {
   bool SharesStorageWith(const Value& other) const noexcept;
 
  private:
+  // A reader that builds a whole tree on one thread, before any other
+  // thread can see it, hands out references without counting each one.
+  friend struct detail::FreshReferences;
+
   explicit Value(Kind k) noexcept : code_(uint16_t(k)), pad_{}, bits_(0) {}
   // Strings, objects and arrays hold counted storage; every other kind is
   // plain bits, copied and dropped without a call.

@@ -58,6 +58,11 @@ class KESTREL_API Collection : public Dispatchable<Collection> {
   Ref<Object> NewEnum() override;
   static const DispatchTable<Collection>& Dispatch();
 
+  // Collections are made and dropped by the thousand when data is parsed:
+  // they come from the library's store of small blocks.
+  static void* operator new(size_t size);
+  static void operator delete(void* block, size_t size) noexcept;
+
  private:
   // The key index, allocated with the first key (collection.cpp).
   struct KeyIndex;

@@ -83,6 +83,11 @@ class KESTREL_API Dictionary : public Dispatchable<Dictionary> {
   Ref<Object> NewEnum() override;
   static const DispatchTable<Dictionary>& Dispatch();
 
+  // Dictionaries are made and dropped by the thousand when data is parsed:
+  // they come from the library's store of small blocks.
+  static void* operator new(size_t size);
+  static void operator delete(void* block, size_t size) noexcept;
+
  private:
   // Entries in insertion order and, past a few entries, a hash table over
   // their keys (dictionary.cpp).

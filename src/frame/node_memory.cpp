@@ -1,0 +1,118 @@
+#include "frame/node_memory.hpp"
+
+#include <new>
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(memory_sanitizer)
+#define KESTREL_NODE_MEMORY_DIRECT 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__)
+#define KESTREL_NODE_MEMORY_DIRECT 1
+#endif
+
+namespace kestrel::detail {
+
+#if defined(KESTREL_NODE_MEMORY_DIRECT)
+
+void* AllocateNode(std::size_t size) {
+  return ::operator new(size);
+}
+
+void FreeNode(void* block, std::size_t) noexcept {
+  ::operator delete(block);
+}
+
+#else
+
+namespace {
+
+// Blocks are kept by size in steps of 16 bytes, up to 512.
+constexpr std::size_t kGranule = 16;
+constexpr std::size_t kClasses = 32;
+// What a thread keeps at most; past it, freed blocks go back to malloc.
+constexpr std::size_t kMostKeptBytes = std::size_t{8} << 20;
+
+struct FreeBlock {
+  FreeBlock* next;
+};
+
+struct Cache {
+  FreeBlock* heads[kClasses] = {};
+  std::size_t kept = 0;
+
+  ~Cache();
+};
+
+// 0 before the thread's cache exists, 1 while it lives, 2 once the thread
+// is ending and it is gone (blocks then go straight to malloc).
+enum class State : unsigned char { kNone, kLive, kGone };
+
+// One pointer at a fixed offset from the thread pointer: reached without a
+// call, on the path of every block.
+[[gnu::tls_model("initial-exec")]] thread_local Cache* t_cache = nullptr;
+[[gnu::tls_model("initial-exec")]] thread_local State t_state = State::kNone;
+
+Cache::~Cache() {
+  t_cache = nullptr;
+  t_state = State::kGone;
+  for (FreeBlock* head : heads) {
+    while (head != nullptr) {
+      FreeBlock* next = head->next;
+      ::operator delete(head);
+      head = next;
+    }
+  }
+}
+
+// The thread's cache, made on first use; nullptr while the thread ends.
+Cache* ThreadCache() noexcept {
+  if (t_state == State::kGone) return nullptr;
+  // Registers the cache's release at thread exit.
+  thread_local Cache cache;
+  t_cache = &cache;
+  t_state = State::kLive;
+  return &cache;
+}
+
+}  // namespace
+
+void* AllocateNode(std::size_t size) {
+  if (size == 0) size = 1;
+  const std::size_t size_class = (size - 1) / kGranule;
+  if (size_class < kClasses) {
+    if (Cache* cache = t_cache; cache != nullptr) {
+      if (FreeBlock* block = cache->heads[size_class]; block != nullptr) {
+        cache->heads[size_class] = block->next;
+        cache->kept -= (size_class + 1) * kGranule;
+        return block;
+      }
+    }
+    // Its whole class's size, so that it can serve any size of the class
+    // once it is kept.
+    size = (size_class + 1) * kGranule;
+  }
+  return ::operator new(size);
+}
+
+void FreeNode(void* block, std::size_t size) noexcept {
+  if (block == nullptr) return;
+  if (size == 0) size = 1;
+  const std::size_t size_class = (size - 1) / kGranule;
+  if (size_class < kClasses) {
+    Cache* cache = t_cache != nullptr ? t_cache : ThreadCache();
+    const std::size_t bytes = (size_class + 1) * kGranule;
+    if (cache != nullptr && cache->kept + bytes <= kMostKeptBytes) {
+      auto* kept = static_cast<FreeBlock*>(block);
+      kept->next = cache->heads[size_class];
+      cache->heads[size_class] = kept;
+      cache->kept += bytes;
+      return;
+    }
+  }
+  ::operator delete(block);
+}
+
+#endif
+
+}  // namespace kestrel::detail
