@@ -27,9 +27,19 @@ void FreeNode(void* block, std::size_t) noexcept {
 
 namespace {
 
-// Blocks are kept by size in steps of 16 bytes, up to 512.
+// Blocks are kept by size in steps of 16 bytes, from 24 up to 520: the
+// sizes a 64-bit malloc's chunks can hold without waste, so rounding a
+// request up to its class costs no memory there.
+constexpr std::size_t kSmallest = 24;
 constexpr std::size_t kGranule = 16;
 constexpr std::size_t kClasses = 32;
+
+constexpr std::size_t ClassOf(std::size_t size) noexcept {
+  return size <= kSmallest ? 0 : (size - kSmallest + kGranule - 1) / kGranule;
+}
+constexpr std::size_t ClassBytes(std::size_t size_class) noexcept {
+  return kSmallest + size_class * kGranule;
+}
 // What a thread keeps at most; past it, freed blocks go back to malloc.
 constexpr std::size_t kMostKeptBytes = std::size_t{8} << 20;
 
@@ -78,30 +88,28 @@ Cache* ThreadCache() noexcept {
 }  // namespace
 
 void* AllocateNode(std::size_t size) {
-  if (size == 0) size = 1;
-  const std::size_t size_class = (size - 1) / kGranule;
+  const std::size_t size_class = ClassOf(size);
   if (size_class < kClasses) {
     if (Cache* cache = t_cache; cache != nullptr) {
       if (FreeBlock* block = cache->heads[size_class]; block != nullptr) {
         cache->heads[size_class] = block->next;
-        cache->kept -= (size_class + 1) * kGranule;
+        cache->kept -= ClassBytes(size_class);
         return block;
       }
     }
     // Its whole class's size, so that it can serve any size of the class
     // once it is kept.
-    size = (size_class + 1) * kGranule;
+    size = ClassBytes(size_class);
   }
   return ::operator new(size);
 }
 
 void FreeNode(void* block, std::size_t size) noexcept {
   if (block == nullptr) return;
-  if (size == 0) size = 1;
-  const std::size_t size_class = (size - 1) / kGranule;
+  const std::size_t size_class = ClassOf(size);
   if (size_class < kClasses) {
     Cache* cache = t_cache != nullptr ? t_cache : ThreadCache();
-    const std::size_t bytes = (size_class + 1) * kGranule;
+    const std::size_t bytes = ClassBytes(size_class);
     if (cache != nullptr && cache->kept + bytes <= kMostKeptBytes) {
       auto* kept = static_cast<FreeBlock*>(block);
       kept->next = cache->heads[size_class];
