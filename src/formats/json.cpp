@@ -321,6 +321,8 @@ class StringPool {
 
   struct Slot {
     Value text;
+    const char16_t* data = nullptr;  // text's units, compared without a call
+    uint32_t size = 0;
     uint32_t handed = 0;  // uncounted copies given out
     uint32_t hash = 0;
     uint32_t key_hash = 0;  // set with key_hashed, when the text is a key
@@ -370,19 +372,34 @@ class StringPool {
           slot.used = true;
           slot.hash = hash;
           slot.text = Value(text);
+          slot.data = slot.text.string().data();
+          slot.size = static_cast<uint32_t>(text.size());
           FreshReferences::Charge(slot.text, kBias);
           ++used_;
           return &slot;
         }
-        if (slot.hash == hash && slot.text.string().size() == text.size() &&
-            (text.empty() ||
-             std::memcmp(slot.text.string().data(), text.data(), text.size() * 2) == 0)) {
+        if (slot.hash == hash && slot.size == text.size() && SameUnits(slot.data, text)) {
           return &slot;
         }
       }
       if (slots_.size() >= kMostSlots) return nullptr;
       Grow();
     }
+  }
+
+  // Pooled texts are short: four units at a time, inline.
+  static bool SameUnits(const char16_t* pooled, std::u16string_view text) noexcept {
+    size_t i = 0;
+    for (; i + 4 <= text.size(); i += 4) {
+      uint64_t a, b;
+      std::memcpy(&a, pooled + i, sizeof(a));
+      std::memcpy(&b, text.data() + i, sizeof(b));
+      if (a != b) return false;
+    }
+    for (; i < text.size(); ++i) {
+      if (pooled[i] != text[i]) return false;
+    }
+    return true;
   }
 
   static Value Hand(Slot& slot) {
@@ -466,11 +483,7 @@ class Reader {
     if (pos_ < n_ && !IsSkipped(s_[pos_])) return;
     // Blanks and line ends leave all flags off, so runs of them need no
     // state; only a character that can start a comment needs the machine.
-    for (;;) {
-      SkipSpaces();
-      if (pos_ >= n_ || !IsBlank(s_[pos_])) break;
-      ++pos_;
-    }
+    SkipBlanks();
     if (pos_ >= n_ || !IsSkipped(s_[pos_])) return;
     bool mark = false, in_comment = false, in_block = false;
     for (; pos_ < n_; ++pos_) {
@@ -509,13 +522,17 @@ class Reader {
     }
   }
 
-  // Indentation comes in runs of spaces: eight (or four) at a time.
-  void SkipSpaces() noexcept {
+  // Line ends and indentation come in runs: eight units at a time.
+  void SkipBlanks() noexcept {
 #if defined(__SSE2__)
-    const __m128i spaces = _mm_set1_epi16(u' ');
+    const __m128i space = _mm_set1_epi16(u' '), tab = _mm_set1_epi16(u'\t');
+    const __m128i line_feed = _mm_set1_epi16(u'\n'), carriage = _mm_set1_epi16(u'\r');
     while (n_ - pos_ >= 8) {
       const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s_ + pos_));
-      const auto same = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi16(units, spaces)));
+      const __m128i blank = _mm_or_si128(
+          _mm_or_si128(_mm_cmpeq_epi16(units, space), _mm_cmpeq_epi16(units, line_feed)),
+          _mm_or_si128(_mm_cmpeq_epi16(units, carriage), _mm_cmpeq_epi16(units, tab)));
+      const auto same = static_cast<unsigned>(_mm_movemask_epi8(blank));
       if (same != 0xffff) {
         pos_ += static_cast<size_t>(std::countr_one(same)) / 2;
         return;
@@ -523,12 +540,7 @@ class Reader {
       pos_ += 8;
     }
 #endif
-    while (n_ - pos_ >= 4) {
-      uint64_t units;
-      std::memcpy(&units, s_ + pos_, sizeof(units));
-      if (units != 0x0020002000200020ULL) break;
-      pos_ += 4;
-    }
+    while (pos_ < n_ && IsBlank(s_[pos_])) ++pos_;
   }
 
   // The first position from `i` on holding `a` or `b`, or the end.

@@ -1,5 +1,7 @@
 #include "frame/node_memory.hpp"
 
+#include <cstdint>
+#include <cstdlib>
 #include <new>
 
 #if defined(__has_feature)
@@ -43,12 +45,18 @@ constexpr std::size_t ClassBytes(std::size_t size_class) noexcept {
 // What a thread keeps at most; past it, freed blocks go back to malloc.
 constexpr std::size_t kMostKeptBytes = std::size_t{8} << 20;
 
-struct FreeBlock {
-  FreeBlock* next;
+// The kept blocks of one size, as a stack of their addresses. Keeping the
+// addresses apart from the blocks means neither freeing nor reusing a block
+// reads or writes it: a freed node is cold, and a free list threaded
+// through the blocks would miss the cache on every reuse.
+struct Shelf {
+  void** blocks = nullptr;
+  std::uint32_t count = 0;
+  std::uint32_t capacity = 0;
 };
 
 struct Cache {
-  FreeBlock* heads[kClasses] = {};
+  Shelf shelves[kClasses];
   std::size_t kept = 0;
 
   ~Cache();
@@ -66,13 +74,20 @@ enum class State : unsigned char { kNone, kLive, kGone };
 Cache::~Cache() {
   t_cache = nullptr;
   t_state = State::kGone;
-  for (FreeBlock* head : heads) {
-    while (head != nullptr) {
-      FreeBlock* next = head->next;
-      ::operator delete(head);
-      head = next;
-    }
+  for (Shelf& shelf : shelves) {
+    for (std::uint32_t i = 0; i < shelf.count; ++i) ::operator delete(shelf.blocks[i]);
+    std::free(shelf.blocks);
   }
+}
+
+// Room for one more address on a full shelf; false when there is none.
+bool Widen(Shelf& shelf) noexcept {
+  const std::uint32_t capacity = shelf.capacity == 0 ? 256 : shelf.capacity * 2;
+  void* wider = std::realloc(shelf.blocks, capacity * sizeof(void*));
+  if (wider == nullptr) return false;
+  shelf.blocks = static_cast<void**>(wider);
+  shelf.capacity = capacity;
+  return true;
 }
 
 // The thread's cache, made on first use; nullptr while the thread ends.
@@ -91,10 +106,9 @@ void* AllocateNode(std::size_t size) {
   const std::size_t size_class = ClassOf(size);
   if (size_class < kClasses) {
     if (Cache* cache = t_cache; cache != nullptr) {
-      if (FreeBlock* block = cache->heads[size_class]; block != nullptr) {
-        cache->heads[size_class] = block->next;
+      if (Shelf& shelf = cache->shelves[size_class]; shelf.count != 0) {
         cache->kept -= ClassBytes(size_class);
-        return block;
+        return shelf.blocks[--shelf.count];
       }
     }
     // Its whole class's size, so that it can serve any size of the class
@@ -111,11 +125,12 @@ void FreeNode(void* block, std::size_t size) noexcept {
     Cache* cache = t_cache != nullptr ? t_cache : ThreadCache();
     const std::size_t bytes = ClassBytes(size_class);
     if (cache != nullptr && cache->kept + bytes <= kMostKeptBytes) {
-      auto* kept = static_cast<FreeBlock*>(block);
-      kept->next = cache->heads[size_class];
-      cache->heads[size_class] = kept;
-      cache->kept += bytes;
-      return;
+      Shelf& shelf = cache->shelves[size_class];
+      if (shelf.count < shelf.capacity || Widen(shelf)) {
+        shelf.blocks[shelf.count++] = block;
+        cache->kept += bytes;
+        return;
+      }
     }
   }
   ::operator delete(block);
