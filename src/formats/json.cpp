@@ -289,8 +289,11 @@ class StringPool {
     }
   }
 
+  // A string value. Only the shortest are pooled: those recur (codes,
+  // flags, small words), while longer ones are mostly unique, and looking
+  // each up in a table grown large by them costs more than it saves.
   Value Get(std::u16string_view text) {
-    if (text.size() > kLongest) return Value(text);
+    if (text.size() > kLongestValue) return Value(text);
     Slot* slot = Find(text);
     return slot != nullptr ? Hand(*slot) : Value(text);
   }
@@ -408,7 +411,8 @@ class StringPool {
     return FreshReferences::Uncounted(slot.text);
   }
 
-  static constexpr size_t kLongest = 32;
+  static constexpr size_t kLongest = 32;  // member names
+  static constexpr size_t kLongestValue = 8;
   static constexpr size_t kFirstSize = 256;
   static constexpr size_t kMostSlots = size_t{1} << 16;
 

@@ -272,7 +272,7 @@ struct Dictionary::Impl {
   };
 
   std::vector<Entry, detail::NodeAllocator<Entry>> entries;
-  std::vector<uint32_t> table;  // empty while look-ups scan
+  std::vector<uint32_t, detail::NodeAllocator<uint32_t>> table;  // empty while look-ups scan
   size_t live = 0;
   size_t table_filled = 0;  // slots that are not kFree
   uint64_t next_sequence = 0;
