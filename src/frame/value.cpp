@@ -171,18 +171,6 @@ Value Value::VariantArray(std::span<const Value> items, int32_t lower) {
   return v;
 }
 
-Value& Value::operator=(const Value& other) noexcept {
-  Value copy(other);
-  swap(copy);
-  return *this;
-}
-
-Value& Value::operator=(Value&& other) noexcept {
-  Value moved(std::move(other));
-  swap(moved);
-  return *this;
-}
-
 void Value::Retain() const noexcept {
   if (code_ & kArrayFlag) {
     if (arr_) arr_->refs.fetch_add(1, std::memory_order_relaxed);

@@ -129,8 +129,18 @@ class KESTREL_API Value {
     other.code_ = 0;
     other.bits_ = 0;
   }
-  Value& operator=(const Value& other) noexcept;
-  Value& operator=(Value&& other) noexcept;
+  // Assignment takes the new value before letting go of the old one, so a
+  // value may be assigned a copy of itself or of something it holds.
+  Value& operator=(const Value& other) noexcept {
+    Value copy(other);
+    swap(copy);
+    return *this;
+  }
+  Value& operator=(Value&& other) noexcept {
+    Value moved(std::move(other));
+    swap(moved);
+    return *this;
+  }
   ~Value() {
     if (Shared()) Release();
   }

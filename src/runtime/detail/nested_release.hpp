@@ -41,7 +41,8 @@ class NestedRelease {
 
  private:
   static std::vector<Value>*& Pending() noexcept {
-    static thread_local std::vector<Value>* pending = nullptr;
+    // A fixed offset from the thread pointer, not a call per release.
+    [[gnu::tls_model("initial-exec")]] static thread_local std::vector<Value>* pending = nullptr;
     return pending;
   }
 
