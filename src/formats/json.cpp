@@ -301,20 +301,38 @@ class StringPool {
   // A member name, with the hash Dictionary::AddText takes. The pool keeps
   // that hash beside the name, so a name that recurs (as most do) is hashed
   // the dictionary's way once per parse.
-  Value GetKey(std::u16string_view text, uint32_t& hash, bool& ascii) {
+  // `index` gets the name's slot, for KeyAt, or kNoSlot when the name is
+  // not pooled.
+  Value GetKey(std::u16string_view text, uint32_t& hash, bool& ascii, uint32_t& index) {
     Slot* slot = text.size() > kLongest ? nullptr : Find(text);
     if (slot == nullptr) {
+      index = kNoSlot;
       hash = Dictionary::TextKeyHash(text, ascii);
       return Value(text);
     }
-    if (!slot->key_hashed) {
-      slot->key_hash = Dictionary::TextKeyHash(text, slot->key_ascii);
-      slot->key_hashed = true;
-    }
-    hash = slot->key_hash;
-    ascii = slot->key_ascii;
-    return Hand(*slot);
+    index = static_cast<uint32_t>(slot - slots_.data());
+    return KeyOf(*slot, hash, ascii);
   }
+
+  // The length of the name in slot `index` when the `available` units at
+  // `at` start with it and it holds no character that ends a plain name
+  // (quotes, ":", blanks), else npos. Any slot will do: a match is a
+  // match, so an index from before the table grew is merely a worse guess.
+  size_t PlainKeyLengthAt(uint32_t index, const char16_t* at, size_t available) const noexcept {
+    if (index >= slots_.size()) return std::u16string_view::npos;
+    const Slot& slot = slots_[index];
+    if (!slot.plain || slot.size > available || !SameUnits(slot.data, {at, slot.size})) {
+      return std::u16string_view::npos;
+    }
+    return slot.size;
+  }
+
+  // The name in a slot PlainKeyLengthAt matched, as GetKey gives it.
+  Value KeyAt(uint32_t index, uint32_t& hash, bool& ascii) {
+    return KeyOf(slots_[index], hash, ascii);
+  }
+
+  static constexpr uint32_t kNoSlot = UINT32_MAX;
 
  private:
   // Far above any count a parse can hand out below kMostHanded, and far
@@ -332,6 +350,7 @@ class StringPool {
     bool key_ascii = false;
     bool key_hashed = false;
     bool used = false;
+    bool plain = false;  // no quote, apostrophe, ":" or blank in it
   };
 
   static uint32_t Hash(std::u16string_view text) noexcept {
@@ -377,6 +396,9 @@ class StringPool {
           slot.text = Value(text);
           slot.data = slot.text.string().data();
           slot.size = static_cast<uint32_t>(text.size());
+          slot.plain = std::none_of(text.begin(), text.end(), [](char16_t c) {
+            return c == u'"' || c == u'\'' || c == u':' || IsKeyBlank(c);
+          });
           FreshReferences::Charge(slot.text, kBias);
           ++used_;
           return &slot;
@@ -403,6 +425,16 @@ class StringPool {
       if (pooled[i] != text[i]) return false;
     }
     return true;
+  }
+
+  Value KeyOf(Slot& slot, uint32_t& hash, bool& ascii) {
+    if (!slot.key_hashed) {
+      slot.key_hash = Dictionary::TextKeyHash({slot.data, slot.size}, slot.key_ascii);
+      slot.key_hashed = true;
+    }
+    hash = slot.key_hash;
+    ascii = slot.key_ascii;
+    return Hand(slot);
   }
 
   static Value Hand(Slot& slot) {
@@ -445,6 +477,7 @@ struct Frame {
   size_t base = 0;
   bool element = false;  // an item of an array
   int32_t shape = -1;    // an object's place in Reader::member_counts_
+  uint32_t members = 0;  // names read so far
 };
 
 // The reader: one position over the text and an explicit stack of open
@@ -844,21 +877,49 @@ class Reader {
       }
     }
     Frame& f = stack_.back();
-    f.key = strings_.GetKey(scratch_, f.key_hash, f.key_ascii);
+    uint32_t slot;
+    f.key = strings_.GetKey(scratch_, f.key_hash, f.key_ascii, slot);
+    ++f.members;
   }
 
   // The usual key, "name" then ":" with only blanks between, taken straight
   // from the text; false (position unchanged) for anything else.
+  //
+  // Records of one list name their members in the same order, so the name
+  // is first compared with the one in the same place of the last object of
+  // the same shape: a match needs neither a scan for the closing quote nor
+  // a look-up in the pool.
   bool ReadPlainKey() {
     if (pos_ >= n_ || s_[pos_] != u'"') return false;
-    const size_t end = KeyRunEnd(pos_ + 1);
-    if (end >= n_ || s_[end] != u'"') return false;
+    Frame& f = stack_.back();
+    uint32_t* guess = f.shape >= 0 && f.members < kPredictedMembers
+                          ? &predicted_keys_[static_cast<size_t>(f.shape)][f.members]
+                          : nullptr;
+    size_t end = std::u16string_view::npos;
+    if (guess != nullptr && *guess != StringPool::kNoSlot) {
+      const size_t length = strings_.PlainKeyLengthAt(*guess, s_ + pos_ + 1, n_ - pos_ - 1);
+      if (length != std::u16string_view::npos && pos_ + 1 + length < n_ &&
+          s_[pos_ + 1 + length] == u'"') {
+        end = pos_ + 1 + length;
+      }
+    }
+    const bool predicted = end != std::u16string_view::npos;
+    if (!predicted) {
+      end = KeyRunEnd(pos_ + 1);
+      if (end >= n_ || s_[end] != u'"') return false;
+    }
     size_t after = end + 1;
     while (after < n_ && IsBlank(s_[after])) ++after;
     if (after >= n_ || s_[after] != u':') return false;
-    Frame& f = stack_.back();
-    f.key = strings_.GetKey(std::u16string_view(s_ + pos_ + 1, end - pos_ - 1), f.key_hash,
-                            f.key_ascii);
+    if (predicted) {
+      f.key = strings_.KeyAt(*guess, f.key_hash, f.key_ascii);
+    } else {
+      uint32_t slot;
+      f.key = strings_.GetKey(std::u16string_view(s_ + pos_ + 1, end - pos_ - 1), f.key_hash,
+                              f.key_ascii, slot);
+      if (guess != nullptr) *guess = slot;
+    }
+    ++f.members;
     pos_ = after + 1;
     return true;
   }
@@ -1158,6 +1219,14 @@ class Reader {
   static constexpr int32_t kMostMembersReserved = 64;
   static constexpr size_t kListShapes = 16;
   std::array<int32_t, kListShapes + 64> member_counts_{};
+  // Per shape, the pool slot of the name each member had in the last
+  // object of that shape, for the first members.
+  static constexpr uint32_t kPredictedMembers = 32;
+  std::array<std::array<uint32_t, kPredictedMembers>, kListShapes + 64> predicted_keys_ = [] {
+    std::array<std::array<uint32_t, kPredictedMembers>, kListShapes + 64> none;
+    for (auto& shape : none) shape.fill(StringPool::kNoSlot);
+    return none;
+  }();
   std::vector<Value> items_;  // elements of the open arrays, innermost last
   StringPool strings_;
   Value root_ = Value::Nothing();

@@ -98,6 +98,9 @@ TEST(JSON, TreesAndErrorLines) {
       // Keys: unquoted, either quote, blanks dropped, ":" kept inside quotes.
       {u"{a:1, 'b':2, \"c d\" :3, \"e:f\":4, :5}", u"{a:1,b:2,cd:3,e:f:4,:5}", u""},
       {u"{\"a\" 1}", u"{a:1}", u"Invalid Key at position 6 : a\r\n"},
+      // Records read each name afresh, whatever the last record had there.
+      {u"[{\"ab\":1,c:2},{\"abc\":3,c:4},{\"a\":5},{'a b':6},{\"ab\" :7},{\"AB\":8}]",
+       u"[{ab:1,c:2},{abc:3,c:4},{a:5},{ab:6},{ab:7},{AB:8}]", u""},
       // Strings: the other quote is text; escapes.
       {u"[\"it's\", 'say \"hi\"']", u"[\"it's\",\"say \"hi\"\"]", u""},
       {u"['\\\"\\\\\\/\\'\\b\\f\\n\\r\\t']", u"[\"\"\\/'\b\f\n\r\t\"]", u""},
