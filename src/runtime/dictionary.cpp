@@ -253,7 +253,10 @@ struct Dictionary::Impl {
     uint64_t sequence;  // ascending along `entries`
     uint32_t hash;
     KeyTag tag;
-    bool live;
+    bool live = true;
+
+    Entry(Value&& k, Value&& i, Value&& m, uint64_t s, uint32_t h, KeyTag t) noexcept
+        : key(std::move(k)), item(std::move(i)), match(std::move(m)), sequence(s), hash(h), tag(t) {}
 
     std::u16string_view Text() const noexcept {
       return match.IsString() ? match.string() : key.string();
@@ -332,12 +335,34 @@ struct Dictionary::Impl {
     }
   }
 
+  // The live entry whose text key equals `text` (of hash `hash`); the same
+  // as Find for a text probe, without building one.
+  const Entry* FindText(std::u16string_view text, uint32_t hash, bool fold) const noexcept {
+    auto same = [&](const Entry& e) {
+      return e.hash == hash && e.tag == KeyTag::kText && TextEqual(e.Text(), text, fold);
+    };
+    if (table.empty()) {
+      for (const Entry& e : entries) {
+        if (e.live && same(e)) return &e;
+      }
+      return nullptr;
+    }
+    for (size_t i = hash & Mask();; i = (i + 1) & Mask()) {
+      const uint32_t slot = table[i];
+      if (slot == kFree) return nullptr;
+      if (slot != kGone && same(entries[slot])) return &entries[slot];
+    }
+  }
+
   // Appends a new entry; the caller has checked that the key is absent.
   Entry& Append(Value key, Value item, Probe&& p) {
+    return Append(std::move(key), std::move(item), MatchOf(std::move(p)), p.hash, p.tag);
+  }
+  Entry& Append(Value&& key, Value&& item, Value&& match, uint32_t hash, KeyTag tag) {
     if (entries.size() >= kGone) RaiseStandard(errors::kOutOfMemory);
     if (entries.empty()) entries.reserve(2);
-    Entry& e = entries.emplace_back(Entry{std::move(key), std::move(item), MatchOf(std::move(p)),
-                                          next_sequence, p.hash, p.tag, true});
+    Entry& e = entries.emplace_back(std::move(key), std::move(item), std::move(match),
+                                    next_sequence, hash, tag);
     ++next_sequence;
     ++live;
     const auto position = static_cast<uint32_t>(entries.size() - 1);
@@ -446,12 +471,10 @@ void Dictionary::AddText(Value&& key, uint32_t hash, bool ascii, Value item) {
   // A key outside ASCII in text mode is matched through its folding, which
   // has a hash of its own.
   if (!ascii && TextMode()) return Add(key, std::move(item));
-  Probe p;
-  p.tag = KeyTag::kText;
-  p.hash = hash;
-  p.text = key.string();
-  if (impl_->Find(p, TextMode())) RaiseStandard(errors::kDuplicateKey);
-  impl_->Append(std::move(key), std::move(item), std::move(p));
+  if (impl_->FindText(key.string(), hash, TextMode()) != nullptr) {
+    RaiseStandard(errors::kDuplicateKey);
+  }
+  impl_->Append(std::move(key), std::move(item), Value(), hash, KeyTag::kText);
 }
 
 uint32_t Dictionary::TextKeyHash(std::u16string_view text, bool& ascii) noexcept {
