@@ -741,7 +741,7 @@ class Reader {
     return done;
   }
 
-  void AddQuietly(Frame& f, Value item) {
+  void AddQuietly(Frame& f, Value&& item) {
     if (f.dict != nullptr) {
       // The key moves into the entry (no count taken and dropped), unless
       // a refused compare mode still needs it for its line.
@@ -757,7 +757,7 @@ class Reader {
 
   // Adds a value to the innermost container; on a runtime failure appends
   // its line and returns false (the caller then ends that container).
-  bool AddToTop(Value item) {
+  bool AddToTop(Value&& item) {
     Frame& f = stack_.back();
     try {
       AddQuietly(f, std::move(item));
