@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
 #include <vector>
 
 #include "runtime_error_matchers.hpp"
@@ -63,6 +64,27 @@ TEST(Value, CopiesShareUntilWrittenAndMovesLeaveEmpty) {
     EXPECT_EQ(object->RefCount(), 3);
   }
   EXPECT_EQ(object->RefCount(), 1);
+}
+
+// Strings of every length up to past the largest kept block size, made on
+// one thread, let go on another that then ends, and made again: each must
+// come back whole, whichever block serves it.
+TEST(Value, StringsOfEverySizeSurviveReuseAcrossThreads) {
+  auto text_of = [](size_t n, char16_t seed) {
+    std::u16string text(n, u'\0');
+    for (size_t i = 0; i < n; ++i) text[i] = static_cast<char16_t>(seed + i);
+    return text;
+  };
+  std::vector<Value> made;
+  for (size_t n = 0; n <= 300; ++n) made.emplace_back(text_of(n, u'a'));
+  std::thread([&made] { made.clear(); }).join();
+  for (int round = 0; round < 2; ++round) {
+    for (size_t n = 0; n <= 300; ++n) made.emplace_back(text_of(n, u'A' + round));
+    for (size_t n = 0; n <= 300; ++n) {
+      ASSERT_EQ(made[n].string(), text_of(n, u'A' + round)) << n;
+    }
+    made.clear();
+  }
 }
 
 TEST(ValueArray, FirstSubscriptVariesFastest) {
