@@ -181,12 +181,6 @@ void Value::Retain() const noexcept {
   }
 }
 
-void Value::FreeString(detail::StringRep* rep) noexcept {
-  const size_t bytes = sizeof(detail::StringRep) + rep->size * sizeof(char16_t);
-  rep->~StringRep();
-  detail::FreeNode(rep, bytes);
-}
-
 void Value::Release() noexcept {
   if (code_ & kArrayFlag) {
     if (arr_) arr_->Release();

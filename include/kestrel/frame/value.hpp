@@ -141,20 +141,8 @@ class KESTREL_API Value {
     swap(moved);
     return *this;
   }
-  // Inline for strings and objects: trees of them are let go by the
-  // thousand, and a sole holder frees without an atomic decrement.
   ~Value() {
-    if (bits_ == 0) return;
-    if (code_ == uint16_t(Kind::kString)) {
-      if (str_->refs.load(std::memory_order_acquire) == 1 ||
-          str_->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-        FreeString(str_);
-      }
-    } else if (code_ == uint16_t(Kind::kObject)) {
-      obj_->Release();
-    } else if ((code_ & kArrayFlag) != 0) {
-      Release();
-    }
+    if (Shared()) Release();
   }
 
   void swap(Value& other) noexcept {
@@ -266,7 +254,6 @@ class KESTREL_API Value {
   }
   void Release() noexcept;
   void Retain() const noexcept;
-  static void FreeString(detail::StringRep* rep) noexcept;
   detail::ArrayRep* UniqueArray();
 
   uint16_t code_;
