@@ -290,14 +290,19 @@ inline uint64_t DigitRun(const char16_t* p, unsigned length) noexcept {
   return DigitRun16(p, 16) * kPowersOfTen[length - 16] + DigitRun8(p + 16, length - 16);
 }
 
-// Which of the 16 units at `p` are digits: one bit per unit, the first
-// lowest.
-inline uint32_t DigitUnits(const char16_t* p) noexcept {
+// The digits and the points among the 16 units at `p`: one bit per unit,
+// the first lowest.
+struct UnitClasses {
+  uint32_t digits, points;
+};
+inline UnitClasses ClassifyUnits(const char16_t* p) noexcept {
   // Unsigned saturation keeps ASCII and turns every other unit into 0 or
   // 0xff; then "0" to "9" move to the bottom of the signed range.
   const __m128i bytes = _mm_packus_epi16(LoadUnits(p), LoadUnits(p + 8));
-  return static_cast<uint32_t>(_mm_movemask_epi8(
-      _mm_cmplt_epi8(_mm_add_epi8(bytes, _mm_set1_epi8(0x80 - '0')), _mm_set1_epi8(-0x80 + 10))));
+  const __m128i digits =
+      _mm_cmplt_epi8(_mm_add_epi8(bytes, _mm_set1_epi8(0x80 - '0')), _mm_set1_epi8(-0x80 + 10));
+  return {static_cast<uint32_t>(_mm_movemask_epi8(digits)),
+          static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('.'))))};
 }
 #endif
 
@@ -322,22 +327,28 @@ class NumberReader {
     if (n_ - pos_ >= 48) {
       const char16_t* p = s_ + pos_;
       const bool negative = *p == u'-';
-      const char16_t* first = p + (negative ? 1 : 0);
-      uint64_t digit_units = DigitUnits(first);
-      if ((digit_units & 0x8000) != 0) digit_units |= uint64_t{DigitUnits(first + 16)} << 16;
-      const auto whole = static_cast<unsigned>(std::countr_one(digit_units));
-      const char16_t* end = first + whole;
-      const bool real = *end == u'.';
-      unsigned fraction = 0;
-      if (real) {
-        fraction = static_cast<unsigned>(std::countr_one(digit_units >> (whole + 1)));
-        end += fraction + 1;
+      UnitClasses units = ClassifyUnits(p);
+      if (((units.digits | units.points) & 0x8000) != 0) {
+        const UnitClasses more = ClassifyUnits(p + 16);
+        units.digits |= more.digits << 16;
+        units.points |= more.points << 16;
       }
-      if (whole != 0 && (fraction != 0 || !real) && (*end >= 0x80 || kNumberChars[*end] == 0)) {
-        const std::u16string_view text(p, static_cast<size_t>(end - p));
-        pos_ += text.size();
-        const unsigned count = whole + fraction;
-        if (!real) {
+      // Sign, digits and points, up to the first other unit; then the form
+      // is checked on the masks: a digit first, and a point only between
+      // two digits, once.
+      const uint64_t digits = units.digits;
+      const auto length = static_cast<unsigned>(
+          std::countr_one(uint64_t{units.points} | digits | uint64_t{negative}));
+      const uint64_t points = units.points & ((uint64_t{1} << length) - 1);
+      const char16_t after = p[length];
+      if (((digits >> negative) & 1) != 0 && (points & (points - 1)) == 0 &&
+          (points & ~((digits << 1) & (digits >> 1))) == 0 && length < 32 &&
+          kNumberChars[std::min(after, char16_t{0x7f})] == 0) {
+        const std::u16string_view text(p, length);
+        pos_ += length;
+        const char16_t* first = p + negative;
+        if (points == 0) {
+          const unsigned count = length - negative;
           if (count <= 18) {
             const auto magnitude = static_cast<int64_t>(DigitRun(first, count));
             const int64_t value = negative ? -magnitude : magnitude;
@@ -346,14 +357,18 @@ class NumberReader {
           }
           return ToWhole(text);
         }
-        if (count <= 19) {
-          const uint64_t digits =
-              DigitRun(first, whole) * kPowersOfTen[fraction] + DigitRun(end - fraction, fraction);
+        const auto point = static_cast<unsigned>(std::countr_zero(points));
+        const unsigned whole = point - negative;
+        const unsigned fraction = length - point - 1;
+        if (whole + fraction <= 19) {
+          const uint64_t value_digits =
+              DigitRun(first, whole) * kPowersOfTen[fraction] + DigitRun(p + point + 1, fraction);
           // The product with a power of five, even where one exact division
           // would do: a branch on the size of the digits would be guessed
           // wrong too often. Every exponent here is within its table.
           double value = 0;
-          if (digits == 0 || MultipliedDouble(digits, -static_cast<int32_t>(fraction), value)) {
+          if (value_digits == 0 ||
+              MultipliedDouble(value_digits, -static_cast<int32_t>(fraction), value)) {
             return Value(
                 std::bit_cast<double>(std::bit_cast<uint64_t>(value) | uint64_t{negative} << 63));
           }
@@ -367,7 +382,7 @@ class NumberReader {
 
   // The same, one unit after another, for the end of the text and for
   // machines without those vectors.
-  Value ReadNumberByUnit() {
+  [[gnu::noinline]] Value ReadNumberByUnit() {
     // A plain decimal is converted straight from the text; anything else
     // (and text ending inside the number) takes the general path.
     size_t i = pos_;
@@ -476,7 +491,7 @@ class NumberReader {
 
   // Well-formed numbers are converted here; every other text goes to the
   // runtime's conversion, which gives the same value or raises its error.
-  static Value ToReal(std::u16string_view text) {
+  [[gnu::noinline]] static Value ToReal(std::u16string_view text) {
     Decimal d;
     if (ScanDecimal(text, d)) {
       double value = 0;
@@ -492,7 +507,7 @@ class NumberReader {
     return Value(runtime::ToDouble(Value(text)));
   }
 
-  Value ToWhole(std::u16string_view text) const {
+  [[gnu::noinline]] Value ToWhole(std::u16string_view text) const {
     size_t i = text.size() > 0 && text[0] == u'-' ? 1 : 0;
     const size_t digits = text.size() - i;
     if (digits >= 1 && digits <= 18) {
