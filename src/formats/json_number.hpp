@@ -342,7 +342,7 @@ class NumberReader {
       const uint64_t points = units.points & ((uint64_t{1} << length) - 1);
       const char16_t after = p[length];
       if (((digits >> negative) & 1) != 0 && (points & (points - 1)) == 0 &&
-          (points & ~((digits << 1) & (digits >> 1))) == 0 && length < 32 &&
+          (points & ~((digits << 1) & (digits >> 1))) == 0 &&
           kNumberChars[std::min(after, char16_t{0x7f})] == 0) {
         const std::u16string_view text(p, length);
         pos_ += length;
