@@ -283,7 +283,7 @@ inline uint64_t DigitRun16(const char16_t* p, unsigned length) noexcept {
   return (both & 0xffffffff) * kPowersOfTen[length > 8 ? length - 8 : 0] + (both >> 32);
 }
 
-// The same for up to 19 units; the 32 units from `p` on must be readable.
+// The same for up to 19 units; the 24 units from `p` on must be readable.
 inline uint64_t DigitRun(const char16_t* p, unsigned length) noexcept {
   if (length <= 8) return DigitRun8(p, length);
   if (length <= 16) return DigitRun16(p, length);
@@ -320,10 +320,12 @@ class NumberReader {
  private:
   Value ReadNumber() {
 #if defined(__SSE2__) && defined(__x86_64__)
-    // The common forms -d+ and -d+.d+, up to 32 units of digits and point
-    // and followed by something else than "+-.eE", from one or two vector
-    // comparisons: no loop and no branch per digit. Within the last 48
-    // units of the text, and for any other form, one unit at a time.
+    // The common forms -d+ and -d+.d+ followed by a unit that no number
+    // gathers, up to 32 units long: their extent from one or two vector
+    // compares of 16 units and their digits from multiply-add chains, with
+    // no loop and no branch per digit. Every read stays within 40 units of
+    // the number's start. Near the end of the text, and for every other
+    // form, one unit at a time.
     if (n_ - pos_ >= 48) {
       const char16_t* p = s_ + pos_;
       const bool negative = *p == u'-';
