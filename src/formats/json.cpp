@@ -16,6 +16,7 @@
 #include <emmintrin.h>
 #endif
 
+#include "json_number.hpp"
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/runtime/collection.hpp"
 #include "kestrel/runtime/convert.hpp"
@@ -64,15 +65,6 @@ constexpr std::u16string_view kLineEnd = u"\r\n";
 // How much of the text an array's failure line shows.
 constexpr size_t kExcerptLength = 20;
 
-// Characters a number gathers: 1 for "+-0123456789", 2 for ".eE" (which
-// make it a Double).
-constexpr auto kNumberChars = [] {
-  std::array<uint8_t, 128> table{};
-  for (char c : std::string_view("+-0123456789")) table[static_cast<size_t>(c)] = 1;
-  for (char c : std::string_view(".eE")) table[static_cast<size_t>(c)] = 2;
-  return table;
-}();
-
 bool IsBlank(char16_t c) noexcept {
   constexpr uint64_t kBlanks = (1ULL << ' ') | (1ULL << '\n') | (1ULL << '\r') | (1ULL << '\t');
   return c <= u' ' && ((kBlanks >> c) & 1) != 0;
@@ -84,10 +76,6 @@ bool IsSkipped(char16_t c) noexcept {
   constexpr uint64_t kSkipped = (1ULL << ' ') | (1ULL << '\n') | (1ULL << '\r') | (1ULL << '\t') |
                                 (1ULL << '(') | (1ULL << ')') | (1ULL << '*') | (1ULL << '/');
   return c < 64 && ((kSkipped >> c) & 1) != 0;
-}
-
-bool IsDigit(char16_t c) noexcept {
-  return c >= u'0' && c <= u'9';
 }
 
 bool IsKeyBlank(char16_t c) noexcept {
@@ -105,168 +93,6 @@ void AppendDecimal(std::u16string& out, size_t number) {
   char digits[24];
   auto [end, ec] = std::to_chars(digits, digits + sizeof(digits), number);
   out.append(digits, end);
-}
-
-// A well-formed decimal -?d+(.d+)?([eE][+-]?d+)? as its significant digits
-// and a power of ten; `exact` is off when there are more than 19 digits
-// (then `digits` and `exponent` are meaningless).
-struct Decimal {
-  uint64_t digits = 0;
-  int32_t exponent = 0;
-  bool negative = false;
-  bool exact = true;
-};
-
-// False when the text is not of that form; then the runtime's conversion
-// decides.
-bool ScanDecimal(std::u16string_view text, Decimal& out) noexcept {
-  size_t i = 0;
-  const size_t n = text.size();
-  if (i < n && text[i] == u'-') {
-    out.negative = true;
-    ++i;
-  }
-  int significant = 0;
-  int32_t scale = 0;  // digits after the point, counted into the exponent
-  auto digits = [&](bool fraction) {
-    const size_t start = i;
-    for (; i < n && text[i] >= u'0' && text[i] <= u'9'; ++i) {
-      if (out.digits == 0 && text[i] == u'0') {
-        if (fraction) ++scale;
-        continue;
-      }
-      if (++significant > 19) {
-        out.exact = false;
-        continue;
-      }
-      out.digits = out.digits * 10 + (text[i] - u'0');
-      if (fraction) ++scale;
-    }
-    return i > start;
-  };
-  if (!digits(false)) return false;
-  if (i < n && text[i] == u'.') {
-    ++i;
-    if (!digits(true)) return false;
-  }
-  int32_t exponent = 0;
-  if (i < n && (text[i] == u'e' || text[i] == u'E')) {
-    ++i;
-    bool minus = false;
-    if (i < n && (text[i] == u'+' || text[i] == u'-')) minus = text[i++] == u'-';
-    const size_t start = i;
-    for (; i < n && text[i] >= u'0' && text[i] <= u'9'; ++i) {
-      if (exponent < 100000) exponent = exponent * 10 + (text[i] - u'0');
-    }
-    if (i == start) return false;
-    if (minus) exponent = -exponent;
-  }
-  if (i != n) return false;
-  out.exponent = exponent - scale;
-  return true;
-}
-
-// 5^q for q from -27 to 27 as a 128-bit significand with its top bit set:
-// exact for q >= 0 (5^27 fits in 64 bits); for q < 0, 2^b / 5^-q rounded
-// up, b making the top bit the 128th.
-struct Power128 {
-  uint64_t high, low;
-};
-// GCC and Clang's 128-bit integer; __extension__ keeps -Wpedantic quiet.
-__extension__ typedef unsigned __int128 Uint128;
-constexpr int kPowerRange = 27;
-constexpr auto kPowersOfFive = [] {
-  std::array<Power128, 2 * kPowerRange + 1> out{};
-  for (int q = -kPowerRange; q <= kPowerRange; ++q) {
-    Uint128 t = 0;
-    uint64_t five = 1;
-    for (int k = 0; k < (q < 0 ? -q : q); ++k) five *= 5;
-    if (q >= 0) {
-      t = static_cast<Uint128>(five) << (64 + std::countl_zero(five));
-    } else {
-      // Long division of a power of two by 5^-q, bit by bit, keeping 128
-      // quotient bits from the first 1.
-      uint64_t rest = 1;
-      for (int bits = 0; bits < 128;) {
-        rest <<= 1;
-        const bool bit = rest >= five;
-        if (bit) rest -= five;
-        if (bits > 0 || bit) {
-          t = (t << 1) | (bit ? 1 : 0);
-          ++bits;
-        }
-      }
-      t += 1;
-    }
-    out[static_cast<size_t>(q + kPowerRange)] = {static_cast<uint64_t>(t >> 64),
-                                                 static_cast<uint64_t>(t)};
-  }
-  return out;
-}();
-
-// digits * 10^exponent correctly rounded, for exponents within
-// kPowerRange: the significand times the 128-bit power of five, the power
-// of two folded into the binary exponent. Over this range of exponents the
-// product's leading bits are known to decide the rounding; the one
-// ambiguous shape left returns false.
-bool MultipliedDouble(uint64_t digits, int32_t exponent, double& out) noexcept {
-  const Power128 power = kPowersOfFive[static_cast<size_t>(exponent + kPowerRange)];
-  const int zeros = std::countl_zero(digits);
-  const uint64_t w = digits << zeros;
-  const Uint128 first = static_cast<Uint128>(w) * power.high;
-  auto high = static_cast<uint64_t>(first >> 64);
-  auto low = static_cast<uint64_t>(first);
-  if ((high & 0x1ff) == 0x1ff) {
-    // The bits below the 55 kept might carry into them: add the product
-    // with the power's low half.
-    const auto second = static_cast<uint64_t>((static_cast<Uint128>(w) * power.low) >> 64);
-    low += second;
-    if (second > low) ++high;
-    if (low == ~uint64_t{0}) return false;
-  }
-  const int upper = static_cast<int>(high >> 63);
-  uint64_t mantissa = high >> (upper + 9);
-  // floor(q * log2(10)) + 63, plus the normalisation, biased.
-  int32_t power2 = (((152170 + 65536) * exponent) >> 16) + 63 + upper - zeros + 1023;
-  if (power2 <= 0) return false;
-  // Exactly halfway (possible only for these exponents): to even.
-  if (low <= 1 && exponent >= -4 && exponent <= 23 && (mantissa & 3) == 1 &&
-      (mantissa << (upper + 9)) == high) {
-    mantissa &= ~uint64_t{1};
-  }
-  mantissa += mantissa & 1;
-  mantissa >>= 1;
-  if (mantissa >= (uint64_t{2} << 52)) {
-    mantissa = uint64_t{1} << 52;
-    ++power2;
-  }
-  if (power2 >= 0x7ff) return false;
-  const uint64_t bits = (mantissa & ~(uint64_t{1} << 52)) | (static_cast<uint64_t>(power2) << 52);
-  out = std::bit_cast<double>(bits);
-  return true;
-}
-
-// The correctly rounded Double of a decimal, without from_chars, when that
-// is cheap to get exactly; false otherwise.
-bool FastDouble(const Decimal& d, double& out) noexcept {
-  static constexpr double kExactPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
-                                            1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
-                                            1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-  double value;
-  if (!d.exact) return false;
-  if (d.digits == 0) {
-    value = 0;
-  } else if (d.digits <= (uint64_t{1} << 53) && d.exponent >= -22 && d.exponent <= 22) {
-    // Both operands are exact Doubles, so one rounding gives the answer.
-    const auto digits = static_cast<double>(d.digits);
-    value =
-        d.exponent >= 0 ? digits * kExactPowers[d.exponent] : digits / kExactPowers[-d.exponent];
-  } else if (d.exponent < -kPowerRange || d.exponent > kPowerRange ||
-             !MultipliedDouble(d.digits, d.exponent, value)) {
-    return false;
-  }
-  out = d.negative ? -value : value;
-  return true;
 }
 
 // Member names repeat throughout a document (every record of a list has the
@@ -1053,154 +879,7 @@ class Reader {
   }
 
   Value ReadNumber() {
-    // A plain decimal is converted straight from the text; anything else
-    // (and text ending inside the number) takes the general path.
-    size_t i = pos_;
-    Decimal d;
-    if (i < n_ && s_[i] == u'-') {
-      d.negative = true;
-      ++i;
-    }
-    const size_t first = i;
-    i = ReadDigits(i, d.digits);
-    size_t count = i - first;
-    bool real = false;
-    if (count > 0 && i < n_ && s_[i] == u'.') {
-      real = true;
-      const size_t fraction = ++i;
-      i = ReadDigits(i, d.digits);
-      if (i == fraction) count = 0;
-      count += i - fraction;
-      d.exponent = -static_cast<int32_t>(i - fraction);
-    }
-    if (count > 0 && i < n_ && (s_[i] == u'e' || s_[i] == u'E')) {
-      real = true;
-      ++i;
-      bool minus = false;
-      if (i < n_ && (s_[i] == u'+' || s_[i] == u'-')) minus = s_[i++] == u'-';
-      const size_t digits = i;
-      int32_t exponent = 0;
-      for (; i < n_ && IsDigit(s_[i]); ++i) {
-        if (exponent < 100000) exponent = exponent * 10 + (s_[i] - u'0');
-      }
-      if (i == digits) count = 0;
-      d.exponent += minus ? -exponent : exponent;
-    }
-    if (count > 0 && i < n_ && (s_[i] >= 0x80 || kNumberChars[s_[i]] == 0)) {
-      const std::u16string_view text(s_ + pos_, i - pos_);
-      pos_ = i;
-      if (!real) {
-        if (count <= 18) {
-          const int64_t value =
-              d.negative ? -static_cast<int64_t>(d.digits) : static_cast<int64_t>(d.digits);
-          if (value >= INT32_MIN && value <= INT32_MAX) return Value(static_cast<int32_t>(value));
-          if (large_integers_) return Value(value);
-        }
-        return ToWhole(text);
-      }
-      // More than 19 digits would have wrapped.
-      d.exact = count <= 19 && d.exponent > -1000000 && d.exponent < 1000000;
-      double value = 0;
-      if (FastDouble(d, value)) return Value(value);
-      return ToReal(text);
-    }
-    return ReadGatheredNumber();
-  }
-
-  // Accumulates the decimal digits from `i` on into `digits` (wrapping past
-  // 19 of them) and returns the position after the last.
-  size_t ReadDigits(size_t i, uint64_t& digits) const noexcept {
-    if constexpr (std::endian::native == std::endian::little) {
-      // Four units at a time, the last one to three digits of a run too.
-      // Each unit XOR 0x30 is 0 to 9 for a digit; anything else has a bit
-      // set from 0x10 up in itself or in itself plus 6. A unit past the
-      // first non-digit may take a carry from it, which does not matter.
-      static constexpr uint64_t kScale[] = {1, 10, 100, 1000};
-      while (n_ - i >= 4) {
-        uint64_t units;
-        std::memcpy(&units, s_ + i, sizeof(units));
-        const uint64_t values = units ^ 0x0030003000300030ULL;
-        const uint64_t stops = (values | (values + 0x0006000600060006ULL)) & 0xfff0fff0fff0fff0ULL;
-        if (stops == 0) {
-          digits = digits * 10000 + FourDigits(values);
-          i += 4;
-          continue;
-        }
-        const auto count = static_cast<unsigned>(std::countr_zero(stops)) / 16;
-        if (count > 0) {
-          // The digits moved to the last units, behind leading zeros.
-          digits = digits * kScale[count] + FourDigits(values << (64 - 16 * count));
-          i += count;
-        }
-        return i;
-      }
-    }
-    for (; i < n_ && IsDigit(s_[i]); ++i) digits = digits * 10 + (s_[i] - u'0');
-    return i;
-  }
-
-  // The number written by four digit values, d0 d1 d2 d3 (first in the
-  // lowest unit): d0d1, d2d3, then d0d1d2d3.
-  static uint64_t FourDigits(uint64_t values) noexcept {
-    const uint64_t pairs = (values * 10 + (values >> 16)) & 0x0000ffff0000ffffULL;
-    return (pairs * 100 + (pairs >> 32)) & 0xffffffffULL;
-  }
-
-  Value ReadGatheredNumber() {
-    const size_t start = pos_;
-    uint8_t seen = 0;
-    for (; pos_ < n_ && s_[pos_] < 0x80; ++pos_) {
-      const uint8_t c = kNumberChars[s_[pos_]];
-      if (c == 0) break;
-      seen |= c;
-    }
-    if (pos_ >= n_) return Value();
-    const std::u16string_view text(s_ + start, pos_ - start);
-    return (seen & 2) != 0 ? ToReal(text) : ToWhole(text);
-  }
-
-  // Well-formed numbers are converted here; every other text goes to the
-  // runtime's conversion, which gives the same value or raises its error.
-  static Value ToReal(std::u16string_view text) {
-    Decimal d;
-    if (ScanDecimal(text, d)) {
-      double value = 0;
-      if (FastDouble(d, value)) return Value(value);
-      char buffer[64];
-      if (text.size() < sizeof(buffer)) {
-        // Well formed, so ASCII.
-        for (size_t k = 0; k < text.size(); ++k) buffer[k] = static_cast<char>(text[k]);
-        auto [end, ec] = std::from_chars(buffer, buffer + text.size(), value);
-        if (ec == std::errc() && std::isfinite(value)) return Value(value);
-      }
-    }
-    return Value(runtime::ToDouble(Value(text)));
-  }
-
-  Value ToWhole(std::u16string_view text) const {
-    size_t i = text.size() > 0 && text[0] == u'-' ? 1 : 0;
-    const size_t digits = text.size() - i;
-    if (digits >= 1 && digits <= 18) {
-      int64_t magnitude = 0;
-      for (; i < text.size(); ++i) {
-        const char16_t c = text[i];
-        if (c < u'0' || c > u'9') break;
-        magnitude = magnitude * 10 + (c - u'0');
-      }
-      if (i == text.size()) {
-        const int64_t value = text[0] == u'-' ? -magnitude : magnitude;
-        if (value >= INT32_MIN && value <= INT32_MAX) return Value(static_cast<int32_t>(value));
-        if (large_integers_) return Value(value);
-      }
-    }
-    const Value number(text);
-    if (!large_integers_) return Value(runtime::ToLong(number));
-    try {
-      return Value(runtime::ToLong(number));
-    } catch (const RuntimeError& e) {
-      if (e.number() != errors::kOverflow) throw;
-    }
-    return Value(runtime::ToLongLong(number));
+    return detail::NumberReader(s_, n_, pos_, large_integers_).Read();
   }
 
   const char16_t* s_;

@@ -16,6 +16,14 @@
 namespace kestrel {
 namespace {
 
+// A number followed by this much text is read from vector loads; near the
+// end of the text, one unit at a time. Each row below is read both ways.
+const std::u16string kPadding(48, u' ');
+
+Value OnlyItem(const JSON& json) {
+  return *dynamic_cast<const Collection&>(*json.JSONObject().object()).begin();
+}
+
 TEST(JSON, DoublesAreCorrectlyRounded) {
   const char* const texts[] = {
       "0.0",
@@ -52,22 +60,30 @@ TEST(JSON, DoublesAreCorrectlyRounded) {
       // Runs of one to three digits ending inside one four-unit read.
       "123e-2",
       "45.678E1",
-      "-7.0625\n",
+      "-7.0625",
+      // Digit runs of 8, 9, 16 and 17 units on either side of the point;
+      // numbers of 16 and 17 units (one or two 16-unit compares), and of
+      // 31 and 32 (the longest the compares measure, and one more).
+      "12345678.87654321",
+      "-123456789.123456789",
+      "0.1234567890123456",
+      "1.2345678901234567",
+      "9.999999999999999",
+      "-9.9999999999999999",
+      "0.00000000000000000000000000001",
+      "0.000000000000000000000000000001",
+      ".5",
+      "-.25",
   };
-  std::string array = "[";
-  for (const char* t : texts) array += std::string(t) + ",";
-  array.back() = ']';
-  JSON json;
-  ASSERT_TRUE(json.Parse(FromUtf8(array))) << ToUtf8(json.ParseError());
-  const auto& list = dynamic_cast<const Collection&>(*json.JSONObject().object());
-  ASSERT_EQ(list.Count(), static_cast<int32_t>(std::size(texts)));
-  size_t i = 0;
-  for (const Value& v : list) {
-    SCOPED_TRACE(texts[i]);
-    ASSERT_EQ(v.kind(), Kind::kDouble);
-    EXPECT_EQ(std::bit_cast<uint64_t>(v.dbl()),
-              std::bit_cast<uint64_t>(std::strtod(texts[i], nullptr)));
-    ++i;
+  for (const char* t : texts) {
+    for (const std::u16string& after : {std::u16string(), kPadding}) {
+      SCOPED_TRACE(std::string(t) + (after.empty() ? "" : " (followed by blanks)"));
+      JSON json;
+      ASSERT_TRUE(json.Parse(u"[" + FromUtf8(t) + after + u"]")) << ToUtf8(json.ParseError());
+      const Value v = OnlyItem(json);
+      ASSERT_EQ(v.kind(), Kind::kDouble);
+      EXPECT_EQ(std::bit_cast<uint64_t>(v.dbl()), std::bit_cast<uint64_t>(std::strtod(t, nullptr)));
+    }
   }
 }
 
@@ -80,20 +96,28 @@ TEST(JSON, IntegerEdges) {
     Kind kind;
     int64_t value;
   } cases[] = {
-      {u"[-2147483648]", false, Kind::kLong, INT32_MIN},
-      {u"[000000000000000000042]", false, Kind::kLong, 42},  // 21 digits, small value
-      {u"[2147483648]", true, Kind::kLongLong, 2147483648},
-      {u"[-999999999999999999]", true, Kind::kLongLong, -999999999999999999},
-      {u"[9223372036854775807]", true, Kind::kLongLong, INT64_MAX},
+      {u"-2147483648", false, Kind::kLong, INT32_MIN},
+      {u"-0", false, Kind::kLong, 0},
+      {u"000000000000000000042", false, Kind::kLong, 42},  // 21 digits, small value
+      {u"2147483648", true, Kind::kLongLong, 2147483648},
+      // 8 and 9 digits, 16 and 17: one or two vector loads per run.
+      {u"12345678", false, Kind::kLong, 12345678},
+      {u"-123456789", false, Kind::kLong, -123456789},
+      {u"1234567890123456", true, Kind::kLongLong, 1234567890123456},
+      {u"-12345678901234567", true, Kind::kLongLong, -12345678901234567},
+      {u"-999999999999999999", true, Kind::kLongLong, -999999999999999999},
+      {u"9223372036854775807", true, Kind::kLongLong, INT64_MAX},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(ToUtf8(c.text));
-    JSON json;
-    json.SetLargeIntegers(c.large);
-    ASSERT_TRUE(json.Parse(c.text));
-    const Value& v = *dynamic_cast<const Collection&>(*json.JSONObject().object()).begin();
-    ASSERT_EQ(v.kind(), c.kind);
-    EXPECT_EQ(c.kind == Kind::kLong ? v.long_value() : v.long_long(), c.value);
+    for (const std::u16string& after : {std::u16string(), kPadding}) {
+      SCOPED_TRACE(ToUtf8(c.text) + (after.empty() ? "" : " (followed by blanks)"));
+      JSON json;
+      json.SetLargeIntegers(c.large);
+      ASSERT_TRUE(json.Parse(u"[" + std::u16string(c.text) + after + u"]"));
+      const Value v = OnlyItem(json);
+      ASSERT_EQ(v.kind(), c.kind);
+      EXPECT_EQ(c.kind == Kind::kLong ? v.long_value() : v.long_long(), c.value);
+    }
   }
   JSON json;
   EXPECT_FALSE(json.Parse(u"[2147483648]"));
