@@ -355,7 +355,9 @@ class NumberReader {
           }
           return ToWhole(text);
         }
-        const auto point = static_cast<unsigned>(std::countr_zero(points));
+        // The first point of all is this one; taken unmasked, it does not
+        // wait for the length.
+        const auto point = static_cast<unsigned>(std::countr_zero(units.points));
         const unsigned whole = point - negative;
         const unsigned fraction = length - point - 1;
         if (whole + fraction <= 19) {
