@@ -159,21 +159,17 @@ inline bool MultipliedDouble(uint64_t digits, int32_t exponent, double& out) noe
   const int upper = static_cast<int>(high >> 63);
   uint64_t mantissa = high >> (upper + 9);
   // floor(q * log2(10)) + 63, plus the normalisation, biased.
-  int32_t power2 = (((152170 + 65536) * exponent) >> 16) + 63 + upper - zeros + 1023;
+  const int32_t power2 = (((152170 + 65536) * exponent) >> 16) + 63 + upper - zeros + 1023;
   if (power2 <= 0) return false;
   // Exactly halfway (possible only for these exponents): to even.
   if (low <= 1 && exponent >= -4 && exponent <= 23 && (mantissa & 3) == 1 &&
       (mantissa << (upper + 9)) == high) {
     mantissa &= ~uint64_t{1};
   }
-  mantissa += mantissa & 1;
-  mantissa >>= 1;
-  if (mantissa >= (uint64_t{2} << 52)) {
-    mantissa = uint64_t{1} << 52;
-    ++power2;
-  }
-  if (power2 >= 0x7ff) return false;
-  const uint64_t bits = (mantissa & ~(uint64_t{1} << 52)) | (static_cast<uint64_t>(power2) << 52);
+  // Round half up, then add the exponent: the implicit bit lands in it, and
+  // a mantissa that rounded up to 2^53 carries into it by itself.
+  const uint64_t bits = ((mantissa + 1) >> 1) + (static_cast<uint64_t>(power2 - 1) << 52);
+  if (bits >= uint64_t{0x7ff} << 52) return false;
   out = std::bit_cast<double>(bits);
   return true;
 }
@@ -359,7 +355,9 @@ class NumberReader {
           }
           return ToWhole(text);
         }
-        const auto point = static_cast<unsigned>(std::countr_zero(points));
+        // The first point of all is this one; taken unmasked, it does not
+        // wait for the length.
+        const auto point = static_cast<unsigned>(std::countr_zero(units.points));
         const unsigned whole = point - negative;
         const unsigned fraction = length - point - 1;
         if (whole + fraction <= 19) {
