@@ -642,6 +642,19 @@ class Reader {
   void ReadMember() {
     Skip();
     if (pos_ < n_ && (s_[pos_] == u'{' || s_[pos_] == u'[')) {
+      // "[]" is made on the spot, with no frame to open and close: lists
+      // that are empty in this record and full in the next are common.
+      if (s_[pos_] == u'[' && n_ - pos_ >= 2 && s_[pos_ + 1] == u']' &&
+          stack_.size() < static_cast<size_t>(JSON::kMaxDepth)) {
+        pos_ += 2;
+        Value list = FreshReferences::Adopt(new Collection());
+        if (stack_.back().dict == nullptr) {
+          items_.push_back(std::move(list));
+        } else if (!AddToTop(std::move(list))) {
+          Close();
+        }
+        return;
+      }
       Open(s_[pos_] == u'{');
       return;
     }

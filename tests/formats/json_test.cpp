@@ -119,6 +119,8 @@ TEST(JSON, TreesAndErrorLines) {
       // Runtime failures end the container they happen in, only that one.
       {u"{\"A\":1,\"a\":2}", u"{A:1}", dup + u"a\r\n"},
       {u"{\"a\":{\"b\":1,\"b\":2},\"c\":3}", u"{a:{b:1}}", dup + u"b\r\n"},
+      {u"{\"a\":[],\"b\":[ ],\"c\":[[],[1],[]],\"a\":[],\"d\":1}", u"{a:[],b:[],c:[[],[1],[]]}",
+       dup + u"a\r\n"},
       {u"[1-2, 3]", u"[]", u"Type mismatch: , 3]\r\n"},
       {u"[1,,2]", u"[1]", u"Type mismatch: ,2]\r\n"},
       {u"{\"n\":2147483648,\"m\":1}", u"{}", u"Overflow: n\r\n"},
