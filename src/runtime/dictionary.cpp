@@ -295,16 +295,23 @@ struct Dictionary::Impl {
     return const_cast<Entry*>(std::as_const(*this).Find(p, fold));
   }
   const Entry* Find(const Probe& p, bool fold) const noexcept {
+    return FindBy(p.hash, [&](const Entry& e) { return e.Matches(p, fold); });
+  }
+
+  // The live entry of hash `hash` that `same` accepts: a scan while there
+  // is no table, else a walk of the key's probe sequence.
+  template <class Same>
+  const Entry* FindBy(uint32_t hash, Same same) const noexcept {
     if (table.empty()) {
       for (const Entry& e : entries) {
-        if (e.live && e.Matches(p, fold)) return &e;
+        if (e.live && same(e)) return &e;
       }
       return nullptr;
     }
-    for (size_t i = p.hash & Mask();; i = (i + 1) & Mask()) {
+    for (size_t i = hash & Mask();; i = (i + 1) & Mask()) {
       const uint32_t slot = table[i];
       if (slot == kFree) return nullptr;
-      if (slot != kGone && entries[slot].Matches(p, fold)) return &entries[slot];
+      if (slot != kGone && same(entries[slot])) return &entries[slot];
     }
   }
 
@@ -338,20 +345,9 @@ struct Dictionary::Impl {
   // The live entry whose text key equals `text` (of hash `hash`); the same
   // as Find for a text probe, without building one.
   const Entry* FindText(std::u16string_view text, uint32_t hash, bool fold) const noexcept {
-    auto same = [&](const Entry& e) {
+    return FindBy(hash, [&](const Entry& e) {
       return e.hash == hash && e.tag == KeyTag::kText && TextEqual(e.Text(), text, fold);
-    };
-    if (table.empty()) {
-      for (const Entry& e : entries) {
-        if (e.live && same(e)) return &e;
-      }
-      return nullptr;
-    }
-    for (size_t i = hash & Mask();; i = (i + 1) & Mask()) {
-      const uint32_t slot = table[i];
-      if (slot == kFree) return nullptr;
-      if (slot != kGone && same(entries[slot])) return &entries[slot];
-    }
+    });
   }
 
   // Appends a new entry; the caller has checked that the key is absent.
