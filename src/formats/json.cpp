@@ -82,6 +82,10 @@ bool IsKeyBlank(char16_t c) noexcept {
   return c == u' ' || c == u'\t' || c == u'\r' || c == u'\n';
 }
 
+char16_t AsciiLower(char16_t c) noexcept {
+  return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c + (u'a' - u'A')) : c;
+}
+
 int HexDigit(char16_t c) noexcept {
   if (c >= u'0' && c <= u'9') return c - u'0';
   if (c >= u'a' && c <= u'f') return c - u'a' + 10;
@@ -290,16 +294,22 @@ class StringPool {
   size_t used_ = 0;
 };
 
-// One container being read. An object: its value (which owns it), a typed
-// pointer for adding, and the key of the member being read. An array: its
-// elements so far sit on the reader's element stack from `base` on, and
-// its Collection is made, at its final size, when it ends.
+// One container being read. An array: its elements so far sit on the
+// reader's element stack from `base` on, and its Collection is made, at its
+// final size, when it ends. An object: the key of the member being read,
+// and its members so far, which likewise sit on the reader's member stack
+// from `base` on until the object ends, outgrows kStagedMembers or meets a
+// key that needs the Dictionary's own matching (non-ASCII text in a text
+// compare mode); from then on its Dictionary, owned by `container`, takes
+// each member as it comes. With a compare mode the Dictionary refuses,
+// the Dictionary is made at once (see Open).
 struct Frame {
   Value container;
   Dictionary* dict = nullptr;
   Value key;
   uint32_t key_hash = 0;  // Dictionary::TextKeyHash of key
   bool key_ascii = false;
+  bool object = false;
   size_t base = 0;
   bool element = false;  // an item of an array
   int32_t shape = -1;    // an object's place in Reader::member_counts_
@@ -326,7 +336,7 @@ class Reader {
     }
     Open(s_[pos_] == u'{');
     while (!stack_.empty()) {
-      if (stack_.back().dict != nullptr) {
+      if (stack_.back().object) {
         ObjectStep();
       } else {
         ArrayStep();
@@ -484,7 +494,7 @@ class Reader {
       return;
     }
     ++pos_;
-    const bool element = !stack_.empty() && stack_.back().dict == nullptr;
+    const bool element = !stack_.empty() && !stack_.back().object;
     // Objects mostly share their shape with earlier ones in the same place:
     // the records of a list, the value of one member name in each record.
     // An object starts with room for as many members as the last one that
@@ -503,7 +513,10 @@ class Reader {
     Frame& frame = stack_.emplace_back();
     frame.element = element;
     frame.shape = shape;
-    if (object) {
+    frame.object = object;
+    if (object && compare_mode_ >= kLowestMode) {
+      frame.base = members_.size();
+    } else if (object) {
       auto* dict = new Dictionary();
       frame.container = FreshReferences::Adopt(dict);
       frame.dict = dict;
@@ -526,9 +539,10 @@ class Reader {
   // that add fails, the enclosing container ends as well, and so on out.
   void Close() {
     for (;;) {
-      if (stack_.back().shape >= 0) {
-        member_counts_[static_cast<size_t>(stack_.back().shape)] =
-            std::min(stack_.back().dict->Count(), kMostMembersReserved);
+      if (const Frame& f = stack_.back(); f.shape >= 0) {
+        const int32_t count =
+            f.dict != nullptr ? f.dict->Count() : static_cast<int32_t>(members_.size() - f.base);
+        member_counts_[static_cast<size_t>(f.shape)] = std::min(count, kMostMembersReserved);
       }
       Value done = Finish(stack_.back());
       stack_.pop_back();
@@ -559,7 +573,10 @@ class Reader {
 
   // The finished container of the innermost frame.
   Value Finish(Frame& f) {
-    if (f.dict != nullptr) return std::move(f.container);
+    if (f.object) {
+      if (f.dict == nullptr) MakeDictionary(f, 0);
+      return std::move(f.container);
+    }
     auto* list = new Collection();
     Value done = FreshReferences::Adopt(list);
     list->Append(std::span<Value>(items_).subspan(f.base));
@@ -567,8 +584,51 @@ class Reader {
     return done;
   }
 
+  // An object's Dictionary, made with the members staged so far and room
+  // for `room` in all.
+  void MakeDictionary(Frame& f, int32_t room) {
+    auto* dict = new Dictionary();
+    f.container = FreshReferences::Adopt(dict);
+    f.dict = dict;
+    if (compare_mode_ != 0) dict->SetCompareMode(compare_mode_);
+    dict->Reserve(room);
+    dict->AppendDistinctText(std::span<Dictionary::TextMember>(members_).subspan(f.base));
+    members_.resize(f.base);
+  }
+
+  // Stages the member being read: false, with the Dictionary made, when
+  // its key is already there (the Dictionary then raises the error) or
+  // the object has outgrown the stage.
+  bool Stage(Frame& f, Value&& item) {
+    if (members_.size() - f.base < kStagedMembers && (f.key_ascii || compare_mode_ == 0)) {
+      const std::u16string_view key = f.key.string();
+      bool repeated = false;
+      for (size_t i = f.base; i < members_.size() && !repeated; ++i) {
+        repeated = members_[i].hash == f.key_hash && SameKey(members_[i].key.string(), key);
+      }
+      if (!repeated) {
+        members_.emplace_back(std::move(f.key), std::move(item), f.key_hash);
+        return true;
+      }
+    }
+    MakeDictionary(f, f.shape >= 0 ? member_counts_[static_cast<size_t>(f.shape)] : 0);
+    return false;
+  }
+
+  // Key equality as the Dictionary has it for the keys staged: exact in
+  // binary mode, else ASCII letters without regard to case.
+  bool SameKey(std::u16string_view a, std::u16string_view b) const noexcept {
+    if (a.size() != b.size()) return false;
+    if (compare_mode_ == 0) return a == b;
+    for (size_t i = 0; i < a.size(); ++i) {
+      if (a[i] != b[i] && AsciiLower(a[i]) != AsciiLower(b[i])) return false;
+    }
+    return true;
+  }
+
   void AddQuietly(Frame& f, Value&& item) {
-    if (f.dict != nullptr) {
+    if (f.object && f.dict == nullptr && Stage(f, std::move(item))) return;
+    if (f.object) {
       // The key moves into the entry (no count taken and dropped), unless
       // a refused compare mode still needs it for its line.
       if (mode_failure_.empty()) {
@@ -588,10 +648,10 @@ class Reader {
     try {
       AddQuietly(f, std::move(item));
     } catch (const RuntimeError& e) {
-      AppendFailure(e, f.dict != nullptr ? f.key.string() : From(pos_, kExcerptLength));
+      AppendFailure(e, f.object ? f.key.string() : From(pos_, kExcerptLength));
       return false;
     }
-    if (f.dict != nullptr && !mode_failure_.empty()) {
+    if (f.object && !mode_failure_.empty()) {
       errors_.append(mode_failure_);
       errors_.append(u": ");
       errors_.append(f.key.string());
@@ -648,7 +708,7 @@ class Reader {
           stack_.size() < static_cast<size_t>(JSON::kMaxDepth)) {
         pos_ += 2;
         Value list = FreshReferences::Adopt(new Collection());
-        if (stack_.back().dict == nullptr) {
+        if (!stack_.back().object) {
           items_.push_back(std::move(list));
         } else if (!AddToTop(std::move(list))) {
           Close();
@@ -659,7 +719,7 @@ class Reader {
       return;
     }
     const size_t start = pos_;
-    const bool element = stack_.back().dict == nullptr;
+    const bool element = !stack_.back().object;
     bool added = true;
     try {
       // An element goes straight onto the element stack, which cannot
@@ -671,7 +731,7 @@ class Reader {
       }
     } catch (const RuntimeError& e) {
       Frame& f = stack_.back();
-      AppendFailure(e, f.dict != nullptr ? f.key.string() : From(pos_, kExcerptLength));
+      AppendFailure(e, f.object ? f.key.string() : From(pos_, kExcerptLength));
       Close();
       return;
     }
@@ -920,6 +980,14 @@ class Reader {
     return none;
   }();
   std::vector<Value> items_;  // elements of the open arrays, innermost last
+  // Members of the open objects that have no Dictionary yet, innermost
+  // last. Small objects (most of any document) are made whole when they
+  // end: each key is checked against the few before it, and the
+  // Dictionary gets all of its entries in one allocation.
+  static constexpr size_t kStagedMembers = 8;
+  // The lowest compare mode a Dictionary takes.
+  static constexpr int32_t kLowestMode = -1;
+  std::vector<Dictionary::TextMember> members_;
   StringPool strings_;
   Value root_ = Value::Nothing();
 };

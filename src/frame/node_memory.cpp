@@ -100,25 +100,16 @@ Cache* ThreadCache() noexcept {
   return &cache;
 }
 
-}  // namespace
-
-void* AllocateNode(std::size_t size) {
+// The paths of a block that the thread's shelves cannot serve: apart, so
+// that the common ones stay short and call nothing.
+[[gnu::noinline]] void* AllocateUnkept(std::size_t size) {
   const std::size_t size_class = ClassOf(size);
-  if (size_class < kClasses) {
-    if (Cache* cache = t_cache; cache != nullptr) {
-      if (Shelf& shelf = cache->shelves[size_class]; shelf.count != 0) {
-        cache->kept -= ClassBytes(size_class);
-        return shelf.blocks[--shelf.count];
-      }
-    }
-    // Its whole class's size, so that it can serve any size of the class
-    // once it is kept.
-    size = ClassBytes(size_class);
-  }
-  return ::operator new(size);
+  // Its whole class's size, so that it can serve any size of the class
+  // once it is kept.
+  return ::operator new(size_class < kClasses ? ClassBytes(size_class) : size);
 }
 
-void FreeNode(void* block, std::size_t size) noexcept {
+[[gnu::noinline]] void FreeUnkept(void* block, std::size_t size) noexcept {
   if (block == nullptr) return;
   const std::size_t size_class = ClassOf(size);
   if (size_class < kClasses) {
@@ -134,6 +125,33 @@ void FreeNode(void* block, std::size_t size) noexcept {
     }
   }
   ::operator delete(block);
+}
+
+}  // namespace
+
+void* AllocateNode(std::size_t size) {
+  const std::size_t size_class = ClassOf(size);
+  if (Cache* cache = t_cache; cache != nullptr && size_class < kClasses) {
+    if (Shelf& shelf = cache->shelves[size_class]; shelf.count != 0) {
+      cache->kept -= ClassBytes(size_class);
+      return shelf.blocks[--shelf.count];
+    }
+  }
+  return AllocateUnkept(size);
+}
+
+void FreeNode(void* block, std::size_t size) noexcept {
+  const std::size_t size_class = ClassOf(size);
+  if (Cache* cache = t_cache; cache != nullptr && size_class < kClasses && block != nullptr) {
+    Shelf& shelf = cache->shelves[size_class];
+    const std::size_t bytes = ClassBytes(size_class);
+    if (shelf.count < shelf.capacity && cache->kept + bytes <= kMostKeptBytes) {
+      shelf.blocks[shelf.count++] = block;
+      cache->kept += bytes;
+      return;
+    }
+  }
+  FreeUnkept(block, size);
 }
 
 #endif

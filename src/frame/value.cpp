@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <vector>
 
 #include "frame/node_memory.hpp"
+#include "frame/string_release.hpp"
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/frame/unicode.hpp"
 
@@ -20,16 +22,92 @@ StringRep* MakeString(std::u16string_view text) {
   std::memcpy(rep->data(), text.data(), text.size() * sizeof(char16_t));
   return rep;
 }
+[[gnu::noinline]] void FreeString(StringRep* rep) noexcept {
+  const size_t bytes = sizeof(StringRep) + rep->size * sizeof(char16_t);
+  rep->~StringRep();
+  FreeNode(rep, bytes);
+}
+
+[[gnu::noinline]] void ApplyReleases(StringRep* rep, uint32_t count) noexcept {
+  if (rep->refs.fetch_sub(count, std::memory_order_acq_rel) == count) FreeString(rep);
+}
+
+// The held-back decrements of a thread (see string_release.hpp): a small
+// direct-mapped table, since the strings released over and over in a tree
+// are few (its member names) and each lands in its own slot.
+struct HeldReleases {
+  static constexpr size_t kSlots = 128;
+  struct Slot {
+    StringRep* rep = nullptr;
+    uint32_t count = 0;
+  };
+  Slot slots[kSlots];
+  // The slots in use, so that a small tree's scope does not visit all.
+  uint8_t used[kSlots];
+  size_t used_count = 0;
+
+  void Hold(StringRep* rep) noexcept {
+    const size_t at = (reinterpret_cast<uintptr_t>(rep) >> 4) % kSlots;
+    Slot& slot = slots[at];
+    if (slot.rep == rep) {
+      ++slot.count;
+      return;
+    }
+    if (slot.rep != nullptr) {
+      ApplyReleases(slot.rep, slot.count);
+    } else {
+      used[used_count++] = static_cast<uint8_t>(at);
+    }
+    slot = {rep, 1};
+  }
+  void ApplyAll() noexcept {
+    for (size_t i = 0; i < used_count; ++i) {
+      Slot& slot = slots[used[i]];
+      ApplyReleases(slot.rep, slot.count);
+      slot = {};
+    }
+    used_count = 0;
+  }
+};
+
+[[gnu::tls_model("initial-exec")]] thread_local HeldReleases* t_held = nullptr;
+
 void ReleaseString(StringRep* rep) noexcept {
   // A sole holder frees without the atomic decrement (see Object::Release).
-  if (rep->refs.load(std::memory_order_acquire) == 1 ||
-      rep->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-    const size_t bytes = sizeof(StringRep) + rep->size * sizeof(char16_t);
-    rep->~StringRep();
-    FreeNode(rep, bytes);
+  if (rep->refs.load(std::memory_order_acquire) == 1) {
+    FreeString(rep);
+  } else if (HeldReleases* held = t_held; held != nullptr) {
+    held->Hold(rep);
+  } else if (rep->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+    FreeString(rep);
   }
 }
 }  // namespace
+
+DeferredStringReleases::DeferredStringReleases() noexcept : owner_(t_held == nullptr) {
+  if (!owner_) return;
+  // One table per thread, made once and kept for the thread's life: a
+  // scope opens for every tree released, and most trees are small. On the
+  // heap, because a library loaded at run time has little room for
+  // thread-local data of its own.
+  thread_local std::unique_ptr<HeldReleases> table;
+  if (!table) {
+    table.reset(new (std::nothrow) HeldReleases());
+    if (!table) {
+      owner_ = false;  // decrements are then applied one by one, as always
+      return;
+    }
+  }
+  t_held = table.get();
+}
+
+DeferredStringReleases::~DeferredStringReleases() {
+  if (!owner_) return;
+  HeldReleases* held = t_held;
+  // Closed before the held drops are applied: the scope is over for them.
+  t_held = nullptr;
+  held->ApplyAll();
+}
 
 static_assert(alignof(StringRep) >= alignof(char16_t));
 
@@ -181,13 +259,24 @@ void Value::Retain() const noexcept {
   }
 }
 
+namespace {
+[[gnu::noinline]] void ReleaseHeld(uint16_t code, detail::ArrayRep* array,
+                                   Object* object) noexcept {
+  if (code & kArrayFlag) {
+    if (array) array->Release();
+  } else if (code == uint16_t(Kind::kObject)) {
+    if (object) object->Release();
+  }
+}
+}  // namespace
+
 void Value::Release() noexcept {
-  if (code_ & kArrayFlag) {
-    if (arr_) arr_->Release();
-  } else if (code_ == uint16_t(Kind::kString)) {
+  // Strings apart: most releases are of strings, and their path calls
+  // nothing in the common cases, so it needs no stack frame.
+  if (code_ == uint16_t(Kind::kString)) {
     if (str_) detail::ReleaseString(str_);
-  } else if (code_ == uint16_t(Kind::kObject)) {
-    if (obj_) obj_->Release();
+  } else {
+    ReleaseHeld(code_, arr_, obj_);
   }
   bits_ = 0;
 }

@@ -438,8 +438,7 @@ Dictionary::~Dictionary() {
   // A live enumerator keeps shared entries; otherwise nested containers are
   // released one after another rather than one inside another.
   if (shared_ && shared_.use_count() != 1) return;
-  if (std::any_of(impl_->entries.begin(), impl_->entries.end(),
-                  [](const Impl::Entry& e) { return e.key.IsObject() || e.item.IsObject(); })) {
+  {
     detail::NestedRelease release;
     for (Impl::Entry& e : impl_->entries) {
       release.Take(e.key);
@@ -461,6 +460,26 @@ void Dictionary::Add(const Value& key, Value item) {
   Probe p = MakeProbe(key, KeyMode());
   if (impl_->Find(p, TextMode())) RaiseStandard(errors::kDuplicateKey);
   impl_->Append(key, std::move(item), std::move(p));
+}
+
+void Dictionary::AppendDistinctText(std::span<TextMember> members) {
+  Impl& d = *impl_;
+  if (members.size() >= Impl::kGone - d.entries.size()) RaiseStandard(errors::kOutOfMemory);
+  d.entries.reserve(d.entries.size() + members.size());
+  for (TextMember& m : members) {
+    d.entries.emplace_back(std::move(m.key), std::move(m.item), Value(), d.next_sequence++, m.hash,
+                           KeyTag::kText);
+  }
+  d.live += members.size();
+  if (!d.table.empty() || d.entries.size() > Impl::kLinearLimit) {
+    try {
+      d.Rebuild();
+    } catch (const std::bad_alloc&) {
+      // Scanning still finds every entry (see Impl::Append).
+      d.table.clear();
+      d.table_filled = 0;
+    }
+  }
 }
 
 void Dictionary::AddText(Value&& key, uint32_t hash, bool ascii, Value item) {

@@ -34,6 +34,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -59,6 +60,17 @@ class KESTREL_API Dictionary : public Dispatchable<Dictionary> {
   // The hash of a text key, as AddText takes it; `ascii` is set when the
   // text is all ASCII.
   static uint32_t TextKeyHash(std::u16string_view text, bool& ascii) noexcept;
+  // A member for AppendDistinctText: a text key with its TextKeyHash.
+  struct TextMember {
+    Value key;
+    Value item;
+    uint32_t hash = 0;
+  };
+  // AddText for each member in turn, for a caller that knows the keys are
+  // texts distinct from each other and from every key present (and all
+  // ASCII unless the compare mode is binary): no look-ups, one allocation.
+  // Keys and items are moved out of `members`.
+  void AppendDistinctText(std::span<TextMember> members);
   // Get: the item, or Empty after adding the key.
   Value Item(const Value& key);
   // Let / Set: replaces the item, or adds the key.

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "frame/string_release.hpp"
 #include "kestrel/frame/value.hpp"
 
 namespace kestrel::detail {
@@ -23,6 +24,9 @@ class NestedRelease {
   }
   ~NestedRelease() {
     if (!owner_) return;
+    // The member names a tree shares are released many times over while
+    // the queue drains.
+    DeferredStringReleases strings;
     while (!queue_.empty()) {
       // Released here, after leaving the queue: its own destructor may
       // append to the queue while it runs.
