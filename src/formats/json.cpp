@@ -305,15 +305,18 @@ class StringPool {
 // the Dictionary is made at once (see Open).
 struct Frame {
   Value container;
-  Dictionary* dict = nullptr;
   Value key;
+  Dictionary* dict = nullptr;
+  size_t base = 0;
+  // A bit per staged key's hash: a key whose bit is not set is not among
+  // them, so most keys are not compared with the others.
+  uint64_t staged_hashes = 0;
   uint32_t key_hash = 0;  // Dictionary::TextKeyHash of key
+  int32_t shape = -1;     // an object's place in Reader::member_counts_
+  uint32_t members = 0;   // names read so far
   bool key_ascii = false;
   bool object = false;
-  size_t base = 0;
   bool element = false;  // an item of an array
-  int32_t shape = -1;    // an object's place in Reader::member_counts_
-  uint32_t members = 0;  // names read so far
 };
 
 // The reader: one position over the text and an explicit stack of open
@@ -395,22 +398,25 @@ class Reader {
     }
   }
 
-  // Line ends and indentation come in runs: eight units at a time.
+  // Line ends and indentation come in runs: sixteen units at a time,
+  // packed to bytes first. Saturation sends every unit above 0x7f to 0x7f
+  // or 0x80, so a byte is a blank exactly when its unit is.
   void SkipBlanks() noexcept {
 #if defined(__SSE2__)
-    const __m128i space = _mm_set1_epi16(u' '), tab = _mm_set1_epi16(u'\t');
-    const __m128i line_feed = _mm_set1_epi16(u'\n'), carriage = _mm_set1_epi16(u'\r');
-    while (n_ - pos_ >= 8) {
-      const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s_ + pos_));
-      const __m128i blank = _mm_or_si128(
-          _mm_or_si128(_mm_cmpeq_epi16(units, space), _mm_cmpeq_epi16(units, line_feed)),
-          _mm_or_si128(_mm_cmpeq_epi16(units, carriage), _mm_cmpeq_epi16(units, tab)));
+    const __m128i space = _mm_set1_epi8(' '), tab = _mm_set1_epi8('\t');
+    const __m128i line_feed = _mm_set1_epi8('\n'), carriage = _mm_set1_epi8('\r');
+    while (n_ - pos_ >= 16) {
+      const auto* at = reinterpret_cast<const __m128i*>(s_ + pos_);
+      const __m128i units = _mm_packs_epi16(_mm_loadu_si128(at), _mm_loadu_si128(at + 1));
+      const __m128i blank =
+          _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(units, space), _mm_cmpeq_epi8(units, line_feed)),
+                       _mm_or_si128(_mm_cmpeq_epi8(units, carriage), _mm_cmpeq_epi8(units, tab)));
       const auto same = static_cast<unsigned>(_mm_movemask_epi8(blank));
       if (same != 0xffff) {
-        pos_ += static_cast<size_t>(std::countr_one(same)) / 2;
+        pos_ += static_cast<size_t>(std::countr_one(same));
         return;
       }
-      pos_ += 8;
+      pos_ += 16;
     }
 #endif
     while (pos_ < n_ && IsBlank(s_[pos_])) ++pos_;
@@ -574,7 +580,7 @@ class Reader {
   // The finished container of the innermost frame.
   Value Finish(Frame& f) {
     if (f.object) {
-      if (f.dict == nullptr) MakeDictionary(f, 0);
+      if (f.dict == nullptr) MakeDictionary(f, true);
       return std::move(f.container);
     }
     auto* list = new Collection();
@@ -584,15 +590,18 @@ class Reader {
     return done;
   }
 
-  // An object's Dictionary, made with the members staged so far and room
-  // for `room` in all.
-  void MakeDictionary(Frame& f, int32_t room) {
-    auto* dict = new Dictionary();
+  // An object's Dictionary, made with the members staged so far. An object
+  // that has ended gets exactly their room, in the Dictionary's own block;
+  // one that goes on gets room for `more` in all, apart.
+  void MakeDictionary(Frame& f, bool ended, int32_t more = 0) {
+    const auto staged = std::span<Dictionary::TextMember>(members_).subspan(f.base);
+    auto* dict =
+        ended ? Dictionary::WithRoom(static_cast<uint32_t>(staged.size())) : new Dictionary();
     f.container = FreshReferences::Adopt(dict);
     f.dict = dict;
     if (compare_mode_ != 0) dict->SetCompareMode(compare_mode_);
-    dict->Reserve(room);
-    dict->AppendDistinctText(std::span<Dictionary::TextMember>(members_).subspan(f.base));
+    if (!ended) dict->Reserve(more);
+    dict->AppendDistinctText(staged);
     members_.resize(f.base);
   }
 
@@ -602,16 +611,20 @@ class Reader {
   bool Stage(Frame& f, Value&& item) {
     if (members_.size() - f.base < kStagedMembers && (f.key_ascii || compare_mode_ == 0)) {
       const std::u16string_view key = f.key.string();
+      const uint64_t bit = uint64_t{1} << (f.key_hash >> 26);
       bool repeated = false;
-      for (size_t i = f.base; i < members_.size() && !repeated; ++i) {
-        repeated = members_[i].hash == f.key_hash && SameKey(members_[i].key.string(), key);
+      if ((f.staged_hashes & bit) != 0) {
+        for (size_t i = f.base; i < members_.size() && !repeated; ++i) {
+          repeated = members_[i].hash == f.key_hash && SameKey(members_[i].key.string(), key);
+        }
       }
+      f.staged_hashes |= bit;
       if (!repeated) {
-        members_.emplace_back(std::move(f.key), std::move(item), f.key_hash);
+        members_.push_back({std::move(f.key), std::move(item), f.key_hash});
         return true;
       }
     }
-    MakeDictionary(f, f.shape >= 0 ? member_counts_[static_cast<size_t>(f.shape)] : 0);
+    MakeDictionary(f, false, f.shape >= 0 ? member_counts_[static_cast<size_t>(f.shape)] : 0);
     return false;
   }
 
@@ -981,10 +994,11 @@ class Reader {
   }();
   std::vector<Value> items_;  // elements of the open arrays, innermost last
   // Members of the open objects that have no Dictionary yet, innermost
-  // last. Small objects (most of any document) are made whole when they
-  // end: each key is checked against the few before it, and the
+  // last. Objects of up to kStagedMembers members (most of any document)
+  // are made whole when they end: each key is compared only with those
+  // before it that share its bit in Frame::staged_hashes, and the
   // Dictionary gets all of its entries in one allocation.
-  static constexpr size_t kStagedMembers = 8;
+  static constexpr size_t kStagedMembers = 32;
   // The lowest compare mode a Dictionary takes.
   static constexpr int32_t kLowestMode = -1;
   std::vector<Dictionary::TextMember> members_;

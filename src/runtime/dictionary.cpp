@@ -274,7 +274,101 @@ struct Dictionary::Impl {
     }
   };
 
-  std::vector<Entry, detail::NodeAllocator<Entry>> entries;
+  // The entries' storage: a vector's, except that it may start in a block
+  // the dictionary was allocated with (Dictionary::WithRoom), which it
+  // never frees. Moving it out of that block allocates.
+  class EntryStore {
+   public:
+    EntryStore() noexcept = default;
+    EntryStore(Entry* block, uint32_t room) noexcept
+        : data_(block), capacity_(room), inline_(block) {}
+    EntryStore(EntryStore&& other) {
+      if (other.data_ != other.inline_) {
+        std::swap(data_, other.data_);
+        std::swap(size_, other.size_);
+        std::swap(capacity_, other.capacity_);
+        return;
+      }
+      reserve(other.size_);
+      std::uninitialized_move(other.begin(), other.end(), data_);
+      size_ = other.size_;
+      other.clear();
+    }
+    EntryStore& operator=(EntryStore&&) = delete;
+    ~EntryStore() {
+      clear();
+      Free();
+    }
+
+    Entry* begin() noexcept { return data_; }
+    Entry* end() noexcept { return data_ + size_; }
+    const Entry* begin() const noexcept { return data_; }
+    const Entry* end() const noexcept { return data_ + size_; }
+    Entry* data() noexcept { return data_; }
+    size_t size() const noexcept { return size_; }
+    size_t capacity() const noexcept { return capacity_; }
+    bool empty() const noexcept { return size_ == 0; }
+    Entry& operator[](size_t i) noexcept { return data_[i]; }
+    const Entry& operator[](size_t i) const noexcept { return data_[i]; }
+
+    void reserve(size_t capacity) {
+      if (capacity <= capacity_) return;
+      if (capacity > kGone) throw std::bad_alloc();
+      auto* block = static_cast<Entry*>(detail::AllocateNode(capacity * sizeof(Entry)));
+      std::uninitialized_move(begin(), end(), block);
+      std::destroy(begin(), end());
+      Free();
+      data_ = block;
+      capacity_ = static_cast<uint32_t>(capacity);
+    }
+    template <class... Args>
+    Entry& emplace_back(Args&&... args) {
+      if (size_ == capacity_) reserve(capacity_ == 0 ? 2 : size_t{capacity_} * 2);
+      Entry* e = new (data_ + size_) Entry(std::forward<Args>(args)...);
+      ++size_;
+      return *e;
+    }
+    // Drops the entries from `from` on.
+    void truncate(size_t from) noexcept {
+      std::destroy(data_ + from, end());
+      size_ = static_cast<uint32_t>(from);
+    }
+    void clear() noexcept { truncate(0); }
+
+    // Empties the store without destroying the entries, which the caller
+    // gets to destroy with TakenEntries. The dictionary's own block is not
+    // used again: the entries may still be in it while they go.
+    struct TakenEntries {
+      Entry* data;
+      uint32_t size, capacity;
+      bool owned;
+      ~TakenEntries() {
+        std::destroy(data, data + size);
+        if (owned) detail::FreeNode(data, capacity * sizeof(Entry));
+      }
+    };
+    TakenEntries TakeAll() noexcept {
+      TakenEntries taken{data_, size_, capacity_, data_ != inline_};
+      data_ = inline_ = nullptr;
+      size_ = capacity_ = 0;
+      return taken;
+    }
+
+   private:
+    void Free() noexcept {
+      if (data_ != inline_) detail::FreeNode(data_, capacity_ * sizeof(Entry));
+    }
+
+    Entry* data_ = nullptr;
+    uint32_t size_ = 0;
+    uint32_t capacity_ = 0;
+    Entry* inline_ = nullptr;
+  };
+
+  Impl() noexcept = default;
+  Impl(Entry* block, uint32_t room) noexcept : entries(block, room) {}
+
+  EntryStore entries;
   std::vector<uint32_t, detail::NodeAllocator<uint32_t>> table;  // empty while look-ups scan
   size_t live = 0;
   size_t table_filled = 0;  // slots that are not kFree
@@ -406,7 +500,7 @@ struct Dictionary::Impl {
       if (out != i) entries[out] = std::move(entries[i]);
       ++out;
     }
-    entries.erase(entries.begin() + static_cast<std::ptrdiff_t>(out), entries.end());
+    entries.truncate(out);
     if (!table.empty()) {
       // Same size, fewer entries: refilling cannot need more memory.
       std::fill(table.begin(), table.end(), kFree);
@@ -434,6 +528,17 @@ Dictionary::Dictionary() : impl_(new (storage_) Impl()) {
   static_assert(sizeof(Impl) <= kImplSize && alignof(Impl) <= 8);
 }
 
+Dictionary::Dictionary(uint32_t room) noexcept
+    : impl_(new (storage_) Impl(reinterpret_cast<Impl::Entry*>(this + 1), room)), room_(room) {
+  static_assert(sizeof(Dictionary) % alignof(Impl::Entry) == 0);
+}
+
+Dictionary* Dictionary::WithRoom(uint32_t count) {
+  if (count > Impl::kGone) throw std::bad_alloc();
+  void* block = detail::AllocateNode(sizeof(Dictionary) + count * sizeof(Impl::Entry));
+  return ::new (block) Dictionary(count);
+}
+
 Dictionary::~Dictionary() {
   // A live enumerator keeps shared entries; otherwise nested containers are
   // released one after another rather than one inside another.
@@ -454,6 +559,12 @@ void* Dictionary::operator new(size_t size) {
 
 void Dictionary::operator delete(void* block, size_t size) noexcept {
   detail::FreeNode(block, size);
+}
+
+void Dictionary::operator delete(Dictionary* self, std::destroying_delete_t) noexcept {
+  const size_t bytes = sizeof(Dictionary) + self->room_ * sizeof(Impl::Entry);
+  self->~Dictionary();
+  detail::FreeNode(self, bytes);
 }
 
 void Dictionary::Add(const Value& key, Value item) {
@@ -559,8 +670,7 @@ void Dictionary::Remove(const Value& key) {
 void Dictionary::RemoveAll() noexcept {
   // Moved out first so that destructors of keys and items run against an
   // already empty dictionary.
-  auto entries = std::move(impl_->entries);
-  impl_->entries.clear();
+  const auto taken = impl_->entries.TakeAll();
   impl_->table.clear();
   impl_->table_filled = 0;
   impl_->live = 0;

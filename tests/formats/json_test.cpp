@@ -80,6 +80,15 @@ std::u16string Render(const Value& v) {
 
 TEST(JSON, TreesAndErrorLines) {
   const std::u16string dup = std::u16string(kDuplicate);
+  // k1:1 ... k33:33, then a key that repeats k2.
+  std::u16string many = u"{", many_tree = u"{";
+  for (int i = 1; i <= 33; ++i) {
+    const std::u16string n = FromUtf8(std::to_string(i));
+    many += u"k" + n + u":" + n + u",";
+    many_tree += (i > 1 ? u",k" : u"k") + n + u":" + n;
+  }
+  many += u"K2:0}";
+  many_tree += u"}";
   const struct {
     std::u16string_view text;
     std::u16string_view tree;
@@ -121,10 +130,9 @@ TEST(JSON, TreesAndErrorLines) {
       {u"{\"a\":{\"b\":1,\"b\":2},\"c\":3}", u"{a:{b:1}}", dup + u"b\r\n"},
       {u"{\"a\":[],\"b\":[ ],\"c\":[[],[1],[]],\"a\":[],\"d\":1}", u"{a:[],b:[],c:[[],[1],[]]}",
        dup + u"a\r\n"},
-      // Past its first eight members an object matches keys the Dictionary's
+      // Past its first 32 members an object matches keys the Dictionary's
       // way, and so does a non-ASCII key from the start (full folding).
-      {u"{k1:1,k2:2,k3:3,k4:4,k5:5,k6:6,k7:7,k8:8,k9:9,K2:0}",
-       u"{k1:1,k2:2,k3:3,k4:4,k5:5,k6:6,k7:7,k8:8,k9:9}", dup + u"K2\r\n"},
+      {many, many_tree, dup + u"K2\r\n"},
       {u"{\"a\":1,\"stra\u00dfe\":2,\"b\":3,\"STRASSE\":4}", u"{a:1,stra\u00dfe:2,b:3}",
        dup + u"STRASSE\r\n"},
       {u"[1-2, 3]", u"[]", u"Type mismatch: , 3]\r\n"},

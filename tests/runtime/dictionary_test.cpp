@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -159,13 +160,16 @@ TEST(Dictionary, LiveEnumeration) {
 // An enumerator outlives its dictionary, counted or not, and still walks
 // the keys the dictionary had.
 TEST(Dictionary, EnumeratorOutlivesTheDictionary) {
-  for (bool counted : {false, true}) {
-    SCOPED_TRACE(counted);
+  // A plain object, a counted one, and one whose entries start in its own
+  // block (they move out of it for the enumerator to keep).
+  for (int kind : {0, 1, 2}) {
+    SCOPED_TRACE(kind);
     Ref<Object> e;
     {
       Dictionary plain;
       Ref<Dictionary> held = MakeRef<Dictionary>();
-      Dictionary& d = counted ? *held : plain;
+      std::unique_ptr<Dictionary> roomy(Dictionary::WithRoom(4));
+      Dictionary& d = kind == 0 ? plain : kind == 1 ? *held : *roomy;
       for (const char16_t* k : {u"a", u"b"}) d.Add(Value(k), Value(MakeRef<Dictionary>()));
       e = d.NewEnum();
       d.Add(Value(u"c"), Value());
@@ -195,11 +199,16 @@ TEST(Dictionary, ManyAddsAndRemoves) {
 // large ones (looked up through the hash table, compacted after many
 // removals), in text mode with ASCII and non-ASCII keys; room reserved
 // beforehand, or too little, changes nothing.
+// Also for dictionaries made with room in their own block (WithRoom, room
+// >= 0): filling it, growing out of it, compacting and emptying it.
 TEST(Dictionary, SmallAndLargeAgree) {
-  const std::pair<int32_t, int32_t> sizes[] = {{0, 0}, {8, 0}, {60, 0}, {0, 5}, {8, 100}, {60, 20}};
-  for (const auto& [extra, reserved] : sizes) {
-    SCOPED_TRACE(extra * 1000 + reserved);
-    Dictionary d;
+  const std::tuple<int32_t, int32_t, int32_t> sizes[] = {
+      {0, 0, -1},   {8, 0, -1}, {60, 0, -1}, {0, 5, -1}, {8, 100, -1},
+      {60, 20, -1}, {0, 0, 0},  {0, 0, 3},   {8, 0, 11}, {60, 0, 64}};
+  for (const auto& [extra, reserved, room] : sizes) {
+    SCOPED_TRACE(extra * 1000 + reserved * 10 + room);
+    Ref<Dictionary> made(room < 0 ? new Dictionary() : Dictionary::WithRoom(uint32_t(room)));
+    Dictionary& d = *made;
     d.Reserve(reserved);
     d.SetCompareMode(CompareMethod::kText);
     auto key = [](int32_t i) { return Value(FromUtf8("Key" + std::to_string(i))); };
@@ -221,6 +230,10 @@ TEST(Dictionary, SmallAndLargeAgree) {
     const Value keys = d.Keys();
     EXPECT_EQ(keys.GetElement({0}).string(), u"Émile");
     EXPECT_EQ(keys.GetElement({keys.UBound()}).string(), u"straße");
+    d.RemoveAll();
+    d.Add(Value(u"b"), Value(1));
+    EXPECT_EQ(d.Count(), 1);
+    EXPECT_EQ(d.Item(Value(u"B")).long_value(), 1);
   }
 }
 

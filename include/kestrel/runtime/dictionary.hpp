@@ -34,6 +34,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <span>
 #include <string>
 #include <vector>
@@ -99,12 +100,22 @@ class KESTREL_API Dictionary : public Dispatchable<Dictionary> {
   // they come from the library's store of small blocks.
   static void* operator new(size_t size);
   static void operator delete(void* block, size_t size) noexcept;
+  // Frees the block the dictionary was made in, whichever way it was made.
+  static void operator delete(Dictionary* self, std::destroying_delete_t) noexcept;
+
+  // A new dictionary with room for `count` entries in its own block: one
+  // allocation for a dictionary that is filled once, as a parser fills
+  // one. Like `new Dictionary()`, nothing holds it yet. Raises
+  // std::bad_alloc.
+  static Dictionary* WithRoom(uint32_t count);
 
  private:
   // Entries in insertion order and, past a few entries, a hash table over
   // their keys (dictionary.cpp).
   struct Impl;
   class KeyEnumerator;
+
+  explicit Dictionary(uint32_t room) noexcept;  // see WithRoom
   // How keys match under the stored mode.
   CompareMethod KeyMode() const noexcept {
     return compare_mode_ == 0 ? CompareMethod::kBinary : CompareMethod::kText;
@@ -121,6 +132,7 @@ class KESTREL_API Dictionary : public Dispatchable<Dictionary> {
   std::shared_ptr<Impl> shared_;
   alignas(8) unsigned char storage_[kImplSize];
   int32_t compare_mode_ = 0;
+  uint32_t room_ = 0;  // entries the object's own block has room for
 };
 
 }  // namespace kestrel
