@@ -602,7 +602,7 @@ class Reader {
     if (compare_mode_ != 0) dict->SetCompareMode(compare_mode_);
     if (!ended) dict->Reserve(more);
     dict->AppendDistinctText(staged);
-    members_.resize(f.base);
+    members_.erase(members_.begin() + static_cast<std::ptrdiff_t>(f.base), members_.end());
   }
 
   // Stages the member being read: false, with the Dictionary made, when
@@ -620,7 +620,7 @@ class Reader {
       }
       f.staged_hashes |= bit;
       if (!repeated) {
-        members_.push_back({std::move(f.key), std::move(item), f.key_hash});
+        members_.emplace_back(std::move(f.key), std::move(item), f.key_hash);
         return true;
       }
     }

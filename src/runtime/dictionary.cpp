@@ -257,6 +257,9 @@ struct Dictionary::Impl {
 
     Entry(Value&& k, Value&& i, Value&& m, uint64_t s, uint32_t h, KeyTag t) noexcept
         : key(std::move(k)), item(std::move(i)), match(std::move(m)), sequence(s), hash(h), tag(t) {}
+    // A text key matched through its own text.
+    Entry(Value&& k, Value&& i, uint64_t s, uint32_t h) noexcept
+        : key(std::move(k)), item(std::move(i)), sequence(s), hash(h), tag(KeyTag::kText) {}
 
     std::u16string_view Text() const noexcept {
       return match.IsString() ? match.string() : key.string();
@@ -578,8 +581,7 @@ void Dictionary::AppendDistinctText(std::span<TextMember> members) {
   if (members.size() >= Impl::kGone - d.entries.size()) RaiseStandard(errors::kOutOfMemory);
   d.entries.reserve(d.entries.size() + members.size());
   for (TextMember& m : members) {
-    d.entries.emplace_back(std::move(m.key), std::move(m.item), Value(), d.next_sequence++, m.hash,
-                           KeyTag::kText);
+    d.entries.emplace_back(std::move(m.key), std::move(m.item), d.next_sequence++, m.hash);
   }
   d.live += members.size();
   if (!d.table.empty() || d.entries.size() > Impl::kLinearLimit) {

@@ -63,9 +63,11 @@ class KESTREL_API Dictionary : public Dispatchable<Dictionary> {
   static uint32_t TextKeyHash(std::u16string_view text, bool& ascii) noexcept;
   // A member for AppendDistinctText: a text key with its TextKeyHash.
   struct TextMember {
+    TextMember(Value&& k, Value&& i, uint32_t h) noexcept
+        : key(std::move(k)), item(std::move(i)), hash(h) {}
     Value key;
     Value item;
-    uint32_t hash = 0;
+    uint32_t hash;
   };
   // AddText for each member in turn, for a caller that knows the keys are
   // texts distinct from each other and from every key present (and all
