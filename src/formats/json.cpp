@@ -110,12 +110,15 @@ void AppendDecimal(std::u16string& out, size_t number) {
 // the count to the copies it handed out, less those.
 class StringPool {
  public:
-  StringPool() = default;
+  // `expected`: how many strings the pool is likely to hold.
+  explicit StringPool(size_t expected) {
+    while (first_size_ < kMostSlots && first_size_ < expected * 2) first_size_ *= 2;
+  }
   StringPool(const StringPool&) = delete;
   StringPool& operator=(const StringPool&) = delete;
   ~StringPool() {
-    for (Slot& slot : slots_) {
-      if (slot.used) FreshReferences::Charge(slot.text, slot.handed - kBias);
+    for (size_t i = 0; i < slots_.size(); ++i) {
+      if (hashes_[i] != kUnused) FreshReferences::Charge(slots_[i].text, slots_[i].handed - kBias);
     }
   }
 
@@ -164,6 +167,8 @@ class StringPool {
 
   static constexpr uint32_t kNoSlot = UINT32_MAX;
 
+  size_t Count() const noexcept { return used_; }
+
  private:
   // Far above any count a parse can hand out below kMostHanded, and far
   // below the count's wrap.
@@ -175,13 +180,13 @@ class StringPool {
     const char16_t* data = nullptr;  // text's units, compared without a call
     uint32_t size = 0;
     uint32_t handed = 0;  // uncounted copies given out
-    uint32_t hash = 0;
     uint32_t key_hash = 0;  // set with key_hashed, when the text is a key
     bool key_ascii = false;
     bool key_hashed = false;
-    bool used = false;
     bool plain = false;  // no quote, apostrophe, ":" or blank in it
   };
+  // What hashes_ holds for a slot not in use; Hash never returns it.
+  static constexpr uint32_t kUnused = 0;
 
   static uint32_t Hash(std::u16string_view text) noexcept {
     // Four code units at a time; the length goes in first, so the zero
@@ -208,21 +213,23 @@ class StringPool {
       h = (h ^ units) * 0x9e3779b97f4a7c15ULL;
     }
     h = (h ^ (h >> 29)) * 0xbf58476d1ce4e5b9ULL;
-    return static_cast<uint32_t>(h ^ (h >> 32));
+    return static_cast<uint32_t>(h ^ (h >> 32)) | 1;
   }
 
   // The slot holding `text`, added if new; nullptr once the pool is full.
+  // The probe walks the hashes alone, a small array that stays in cache;
+  // a slot is read only when its hash is the text's.
   Slot* Find(std::u16string_view text) {
     const uint32_t hash = Hash(text);
-    if (slots_.empty()) slots_.resize(kFirstSize);
+    if (slots_.empty()) Resize(first_size_);
     for (;;) {
       const size_t mask = slots_.size() - 1;
       for (size_t at = hash & mask;; at = (at + 1) & mask) {
-        Slot& slot = slots_[at];
-        if (!slot.used) {
+        const uint32_t seen = hashes_[at];
+        if (seen == kUnused) {
           if ((used_ + 1) * 2 > slots_.size()) break;
-          slot.used = true;
-          slot.hash = hash;
+          Slot& slot = slots_[at];
+          hashes_[at] = hash;
           slot.text = Value(text);
           slot.data = slot.text.string().data();
           slot.size = static_cast<uint32_t>(text.size());
@@ -233,8 +240,9 @@ class StringPool {
           ++used_;
           return &slot;
         }
-        if (slot.hash == hash && slot.size == text.size() && SameUnits(slot.data, text)) {
-          return &slot;
+        if (seen == hash) {
+          Slot& slot = slots_[at];
+          if (slot.size == text.size() && SameUnits(slot.data, text)) return &slot;
         }
       }
       if (slots_.size() >= kMostSlots) return nullptr;
@@ -275,22 +283,31 @@ class StringPool {
 
   static constexpr size_t kLongest = 32;  // member names
   static constexpr size_t kLongestValue = 8;
-  static constexpr size_t kFirstSize = 256;
+  size_t first_size_ = 256;
   static constexpr size_t kMostSlots = size_t{1} << 16;
+
+  void Resize(size_t size) {
+    slots_.resize(size);
+    hashes_.assign(size, kUnused);
+  }
 
   void Grow() {
     std::vector<Slot> old(slots_.size() * 2);
+    std::vector<uint32_t> old_hashes(slots_.size() * 2, kUnused);
     old.swap(slots_);
+    old_hashes.swap(hashes_);
     const size_t mask = slots_.size() - 1;
-    for (Slot& s : old) {
-      if (!s.used) continue;
-      size_t i = s.hash & mask;
-      while (slots_[i].used) i = (i + 1) & mask;
-      slots_[i] = std::move(s);
+    for (size_t k = 0; k < old.size(); ++k) {
+      if (old_hashes[k] == kUnused) continue;
+      size_t i = old_hashes[k] & mask;
+      while (hashes_[i] != kUnused) i = (i + 1) & mask;
+      hashes_[i] = old_hashes[k];
+      slots_[i] = std::move(old[k]);
     }
   }
 
   std::vector<Slot> slots_;
+  std::vector<uint32_t> hashes_;  // per slot, kUnused or its text's hash
   size_t used_ = 0;
 };
 
@@ -324,12 +341,15 @@ struct Frame {
 class Reader {
  public:
   Reader(std::u16string_view text, int32_t compare_mode, bool large_integers,
-         std::u16string& errors)
+         std::u16string& errors, size_t pooled)
       : s_(text.data()),
         n_(text.size()),
         compare_mode_(compare_mode),
         large_integers_(large_integers),
-        errors_(errors) {}
+        errors_(errors),
+        strings_(pooled) {}
+
+  size_t Pooled() const noexcept { return strings_.Count(); }
 
   Value Run() {
     Skip();
@@ -1027,8 +1047,9 @@ bool JSON::Parse(const Value& text) {
   Value kept = text.IsString() ? text : Value(runtime::ToText(text));
   Clear();
   text_ = std::move(kept);
-  Reader reader(text_.string(), compare_mode_, large_integers_, parse_error_);
+  Reader reader(text_.string(), compare_mode_, large_integers_, parse_error_, pooled_);
   root_ = reader.Run();
+  pooled_ = reader.Pooled();
   return parse_error_.empty();
 }
 

@@ -90,6 +90,9 @@ class KESTREL_API JSON : public Dispatchable<JSON> {
   std::u16string parse_error_;
   Value text_;  // a String
   Value root_;
+  // How many strings the reader pooled last time: the next parse starts
+  // its pool at that size instead of growing it again step by step.
+  size_t pooled_ = 0;
 };
 
 }  // namespace kestrel
