@@ -179,7 +179,7 @@ class StringPool {
     Value text;
     const char16_t* data = nullptr;  // text's units, compared without a call
     uint32_t size = 0;
-    uint32_t handed = 0;  // uncounted copies given out
+    uint32_t handed = 0;    // uncounted copies given out
     uint32_t key_hash = 0;  // set with key_hashed, when the text is a key
     bool key_ascii = false;
     bool key_hashed = false;
