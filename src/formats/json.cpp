@@ -374,13 +374,17 @@ class Reader {
   // is passed over, "/" inside a line comment ends it, "*/" outside a block
   // comment starts a line comment, and any character after a "*" inside a
   // block comment spoils the following "*/".
-  void Skip() noexcept {
+  [[gnu::always_inline]] void Skip() noexcept {
     // Most tokens follow the last one directly.
     if (pos_ < n_ && !IsSkipped(s_[pos_])) return;
     // Blanks and line ends leave all flags off, so runs of them need no
     // state; only a character that can start a comment needs the machine.
     SkipBlanks();
     if (pos_ >= n_ || !IsSkipped(s_[pos_])) return;
+    SkipComments();
+  }
+
+  [[gnu::noinline]] void SkipComments() noexcept {
     bool mark = false, in_comment = false, in_block = false;
     for (; pos_ < n_; ++pos_) {
       switch (s_[pos_]) {
@@ -421,7 +425,7 @@ class Reader {
   // Line ends and indentation come in runs: sixteen units at a time,
   // packed to bytes first. Saturation sends every unit above 0x7f to 0x7f
   // or 0x80, so a byte is a blank exactly when its unit is.
-  void SkipBlanks() noexcept {
+  [[gnu::always_inline]] void SkipBlanks() noexcept {
 #if defined(__SSE2__)
     const __m128i space = _mm_set1_epi8(' '), tab = _mm_set1_epi8('\t');
     const __m128i line_feed = _mm_set1_epi8('\n'), carriage = _mm_set1_epi8('\r');
@@ -603,10 +607,17 @@ class Reader {
       if (f.dict == nullptr) MakeDictionary(f, true);
       return std::move(f.container);
     }
+    return MakeList(f.base);
+  }
+
+  // The Collection of the elements on the element stack from `base` on.
+  Value MakeList(size_t base) {
     auto* list = new Collection();
     Value done = FreshReferences::Adopt(list);
-    list->Append(std::span<Value>(items_).subspan(f.base));
-    items_.resize(f.base);
+    if (items_.size() > base) {
+      list->Append(std::span<Value>(items_).subspan(base));
+      items_.resize(base);
+    }
     return done;
   }
 
@@ -735,20 +746,18 @@ class Reader {
   void ReadMember() {
     Skip();
     if (pos_ < n_ && (s_[pos_] == u'{' || s_[pos_] == u'[')) {
-      // "[]" is made on the spot, with no frame to open and close: lists
-      // that are empty in this record and full in the next are common.
-      if (s_[pos_] == u'[' && n_ - pos_ >= 2 && s_[pos_ + 1] == u']' &&
-          stack_.size() < static_cast<size_t>(JSON::kMaxDepth)) {
-        pos_ += 2;
-        Value list = FreshReferences::Adopt(new Collection());
-        if (!stack_.back().object) {
-          items_.push_back(std::move(list));
-        } else if (!AddToTop(std::move(list))) {
-          Close();
+      if (s_[pos_] == u'[' && stack_.size() < static_cast<size_t>(JSON::kMaxDepth)) {
+        // "[]" right here, as lists that are empty in this record and full
+        // in the next are common; any other list is read by ReadList.
+        if (n_ - pos_ >= 2 && s_[pos_ + 1] == u']') {
+          pos_ += 2;
+          AddList(FreshReferences::Adopt(new Collection()));
+        } else {
+          ReadList();
         }
-        return;
+      } else {
+        Open(s_[pos_] == u'{');
       }
-      Open(s_[pos_] == u'{');
       return;
     }
     const size_t start = pos_;
@@ -776,6 +785,71 @@ class Reader {
       // already there, so the array just ends.
       Close();
     }
+  }
+
+  // A list read where it stands, with no frame of its own, for as long as
+  // its elements are scalars that read cleanly: most lists are leaves (a
+  // pair of coordinates, ids, tags, an empty list). Each pass is one step
+  // of ArrayStep and ReadMember. Anything else (a nested container, the end
+  // of the text, an element that fails) gives the list its frame at that
+  // point, as Open would have made it, and the general steps take over
+  // exactly where they would have been.
+  [[gnu::noinline]] void ReadList() {
+    ++pos_;
+    const size_t base = items_.size();
+    for (;;) {
+      Skip();
+      if (pos_ < n_ && s_[pos_] == u']') {
+        ++pos_;
+        AddList(MakeList(base));
+        return;
+      }
+      const size_t comma = pos_;
+      if (pos_ < n_ && s_[pos_] == u',') {
+        ++pos_;
+        Skip();
+      }
+      if (pos_ >= n_ || s_[pos_] == u'{' || s_[pos_] == u'[') {
+        // The step is taken again with the frame, from the comma if there
+        // was one (the blanks before it are behind either way).
+        pos_ = comma;
+        OpenList(base);
+        return;
+      }
+      const size_t start = pos_;
+      try {
+        items_.push_back(ReadScalar());
+      } catch (const RuntimeError& e) {
+        OpenList(base);
+        AppendFailure(e, From(pos_, kExcerptLength));
+        Close();
+        return;
+      }
+      if (pos_ == start) {
+        // A bad literal: see ReadMember.
+        OpenList(base);
+        Close();
+        return;
+      }
+    }
+  }
+
+  // Adds a list read without a frame to the innermost container, as Close
+  // would have.
+  void AddList(Value&& list) {
+    if (!stack_.back().object) {
+      items_.push_back(std::move(list));
+    } else if (!AddToTop(std::move(list))) {
+      Close();
+    }
+  }
+
+  // The frame of a list whose elements from `base` on are already read.
+  void OpenList(size_t base) {
+    const bool element = !stack_.back().object;
+    Frame& frame = stack_.emplace_back();
+    frame.element = element;
+    frame.base = base;
   }
 
   void ReadKey() {
@@ -856,7 +930,7 @@ class Reader {
     return true;
   }
 
-  Value ReadScalar() {
+  [[gnu::noinline]] Value ReadScalar() {
     if (pos_ < n_) {
       switch (s_[pos_]) {
         case u'"':

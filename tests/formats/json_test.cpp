@@ -139,6 +139,14 @@ TEST(JSON, TreesAndErrorLines) {
       {u"[1,,2]", u"[1]", u"Type mismatch: ,2]\r\n"},
       {u"{\"n\":2147483648,\"m\":1}", u"{}", u"Overflow: n\r\n"},
       {u"[[1e999],2]", u"[[]]", u"Overflow: ],2]\r\n"},
+      // Inner lists read the same when an element is a container, fails, or
+      // is a bad literal partway through.
+      {u"{\"a\":[1,[2,3],4,,5]}", u"{a:[1,[2,3],4],5]}:empty,:empty}",
+       u"Type mismatch: ,5]}\r\n" + dup + u"\r\n"},
+      {u"{\"a\":[[1e999],2],\"b\":1}", u"{a:[[]],2],b:1}", u"Overflow: ],2],\"b\":1}\r\n"},
+      {u"[[1,nul],[2]]", u"[[1,empty],empty]",
+       u"Invalid null value at position 5 : nul],[2]]\r\n"
+       u"Invalid null value at position 5 : nul],[2]]\r\n"},
       // The end of the text inside an array ends every container there.
       {u"[1,", u"[1]", u"Unexpected end of text at position 4\r\n"},
       {u"[1", u"[empty]", u"Unexpected end of text at position 3\r\n"},
