@@ -626,11 +626,11 @@ class Reader {
   // one that goes on gets room for `more` in all, apart.
   void MakeDictionary(Frame& f, bool ended, int32_t more = 0) {
     const auto staged = std::span<Dictionary::TextMember>(members_).subspan(f.base);
-    auto* dict =
-        ended ? Dictionary::WithRoom(static_cast<uint32_t>(staged.size())) : new Dictionary();
+    auto* dict = ended ? Dictionary::WithRoom(static_cast<uint32_t>(staged.size()), compare_mode_)
+                       : new Dictionary();
     f.container = FreshReferences::Adopt(dict);
     f.dict = dict;
-    if (compare_mode_ != 0) dict->SetCompareMode(compare_mode_);
+    if (!ended && compare_mode_ != 0) dict->SetCompareMode(compare_mode_);
     if (!ended) dict->Reserve(more);
     dict->AppendDistinctText(staged);
     members_.erase(members_.begin() + static_cast<std::ptrdiff_t>(f.base), members_.end());

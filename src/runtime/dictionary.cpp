@@ -531,15 +531,18 @@ Dictionary::Dictionary() : impl_(new (storage_) Impl()) {
   static_assert(sizeof(Impl) <= kImplSize && alignof(Impl) <= 8);
 }
 
-Dictionary::Dictionary(uint32_t room) noexcept
-    : impl_(new (storage_) Impl(reinterpret_cast<Impl::Entry*>(this + 1), room)), room_(room) {
+Dictionary::Dictionary(uint32_t room, int32_t compare_mode) noexcept
+    : impl_(new (storage_) Impl(reinterpret_cast<Impl::Entry*>(this + 1), room)),
+      compare_mode_(compare_mode),
+      room_(room) {
   static_assert(sizeof(Dictionary) % alignof(Impl::Entry) == 0);
 }
 
-Dictionary* Dictionary::WithRoom(uint32_t count) {
+Dictionary* Dictionary::WithRoom(uint32_t count, int32_t compare_mode) {
+  if (compare_mode < -1) RaiseStandard(errors::kInvalidProcedureCall);
   if (count > Impl::kGone) throw std::bad_alloc();
   void* block = detail::AllocateNode(sizeof(Dictionary) + count * sizeof(Impl::Entry));
-  return ::new (block) Dictionary(count);
+  return ::new (block) Dictionary(count, compare_mode);
 }
 
 Dictionary::~Dictionary() {

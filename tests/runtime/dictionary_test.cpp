@@ -88,6 +88,7 @@ TEST(Dictionary, Errors) {
   }
   EXPECT_EQ(StandardErrorText(errors::kDuplicateKey),
             u"This key is already associated with an element of this collection");
+  EXPECT_RAISES(D::WithRoom(2, -2), kInvalidProcedureCall);
 }
 
 TEST(Dictionary, ItemAddsMissingKeysAndKeysKeepTheirFirstForm) {

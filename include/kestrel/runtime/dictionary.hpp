@@ -107,9 +107,9 @@ class KESTREL_API Dictionary : public Dispatchable<Dictionary> {
 
   // A new dictionary with room for `count` entries in its own block: one
   // allocation for a dictionary that is filled once, as a parser fills
-  // one. Like `new Dictionary()`, nothing holds it yet. Raises
-  // std::bad_alloc.
-  static Dictionary* WithRoom(uint32_t count);
+  // one, in the compare mode given (5 below -1, as SetCompareMode). Like
+  // `new Dictionary()`, nothing holds it yet. Raises std::bad_alloc.
+  static Dictionary* WithRoom(uint32_t count, int32_t compare_mode = 0);
 
  private:
   // Entries in insertion order and, past a few entries, a hash table over
@@ -117,7 +117,7 @@ class KESTREL_API Dictionary : public Dispatchable<Dictionary> {
   struct Impl;
   class KeyEnumerator;
 
-  explicit Dictionary(uint32_t room) noexcept;  // see WithRoom
+  Dictionary(uint32_t room, int32_t compare_mode) noexcept;  // see WithRoom
   // How keys match under the stored mode.
   CompareMethod KeyMode() const noexcept {
     return compare_mode_ == 0 ? CompareMethod::kBinary : CompareMethod::kText;
