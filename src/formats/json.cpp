@@ -612,10 +612,11 @@ class Reader {
 
   // The Collection of the elements on the element stack from `base` on.
   Value MakeList(size_t base) {
-    auto* list = new Collection();
+    const std::span<Value> items = std::span<Value>(items_).subspan(base);
+    auto* list = Collection::WithRoom(static_cast<uint32_t>(items.size()));
     Value done = FreshReferences::Adopt(list);
-    if (items_.size() > base) {
-      list->Append(std::span<Value>(items_).subspan(base));
+    if (!items.empty()) {
+      list->Append(items);
       items_.resize(base);
     }
     return done;
@@ -751,7 +752,7 @@ class Reader {
         // in the next are common; any other list is read by ReadList.
         if (n_ - pos_ >= 2 && s_[pos_ + 1] == u']') {
           pos_ += 2;
-          AddList(FreshReferences::Adopt(new Collection()));
+          AddList(FreshReferences::Adopt(Collection::WithRoom(0)));
         } else {
           ReadList();
         }
@@ -854,7 +855,11 @@ class Reader {
 
   void ReadKey() {
     Skip();
-    if (ReadPlainKey()) return;
+    if (!ReadPlainKey()) ReadOtherKey();
+  }
+
+  // Any key but the usual one: unquoted, quoted with blanks, in either quote.
+  [[gnu::noinline]] void ReadOtherKey() {
     scratch_.clear();
     bool in_double = false, in_single = false;
     while (pos_ < n_) {

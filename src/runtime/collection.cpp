@@ -19,6 +19,9 @@ namespace kestrel {
 
 namespace {
 
+// What a list built by Add starts with, so that short lists grow once.
+constexpr size_t kFirstCapacity = 4;
+
 // The kinds that select an item by position. Boolean and Date count: the
 // runtime converts them like any other number (True is -1, out of range).
 bool IsPositionKind(const Value& v) noexcept {
@@ -59,7 +62,18 @@ struct Collection::KeyIndex {
 
 KESTREL_REGISTER_CLASS(Collection, Collection::kQualifiedName, Instancing::kCreatable);
 
-Collection::Collection() : items_(InlineItems()) {}
+Collection::Collection() = default;
+
+Collection::Collection(uint32_t room) noexcept
+    : room_(room), capacity_(room), items_(room != 0 ? RoomItems() : nullptr) {
+  static_assert(sizeof(Collection) % alignof(Value) == 0);
+}
+
+Collection* Collection::WithRoom(uint32_t count) {
+  if (count > static_cast<uint32_t>(INT32_MAX)) throw std::bad_alloc();
+  void* block = detail::AllocateNode(sizeof(Collection) + size_t{count} * sizeof(Value));
+  return ::new (block) Collection(count);
+}
 
 Collection::~Collection() {
   Value* const end = items_ + count_;
@@ -70,7 +84,7 @@ Collection::~Collection() {
     for (Value* v = items_; v != end; ++v) release.Take(*v);
   }
   std::destroy(items_, end);
-  if (items_ != InlineItems()) detail::FreeNode(items_, capacity_ * sizeof(Value));
+  if (OwnsItems()) detail::FreeNode(items_, capacity_ * sizeof(Value));
 }
 
 void* Collection::operator new(size_t size) {
@@ -81,16 +95,22 @@ void Collection::operator delete(void* block, size_t size) noexcept {
   detail::FreeNode(block, size);
 }
 
+void Collection::operator delete(Collection* self, std::destroying_delete_t) noexcept {
+  const size_t bytes = sizeof(Collection) + size_t{self->room_} * sizeof(Value);
+  self->~Collection();
+  detail::FreeNode(self, bytes);
+}
+
 void Collection::Reserve(size_t capacity) {
   if (capacity <= capacity_) return;
   if (capacity > static_cast<size_t>(INT32_MAX)) throw std::bad_alloc();
   // Geometric growth keeps a run of Adds linear; Append asks for its exact size.
-  const size_t grown = std::max<size_t>(capacity, size_t{capacity_} + capacity_ / 2);
+  const size_t grown = std::max({capacity, size_t{capacity_} + capacity_ / 2, kFirstCapacity});
   const size_t size = std::min<size_t>(grown, INT32_MAX);
   auto* block = static_cast<Value*>(detail::AllocateNode(size * sizeof(Value)));
   std::uninitialized_move(items_, items_ + count_, block);
   std::destroy(items_, items_ + count_);
-  if (items_ != InlineItems()) detail::FreeNode(items_, capacity_ * sizeof(Value));
+  if (OwnsItems()) detail::FreeNode(items_, capacity_ * sizeof(Value));
   items_ = block;
   capacity_ = static_cast<uint32_t>(size);
 }
@@ -164,7 +184,7 @@ void Collection::Append(std::span<Value> items) {
     auto* block = static_cast<Value*>(detail::AllocateNode(want * sizeof(Value)));
     std::uninitialized_move(items_, items_ + count_, block);
     std::destroy(items_, items_ + count_);
-    if (items_ != InlineItems()) detail::FreeNode(items_, capacity_ * sizeof(Value));
+    if (OwnsItems()) detail::FreeNode(items_, capacity_ * sizeof(Value));
     items_ = block;
     capacity_ = static_cast<uint32_t>(want);
   }

@@ -134,34 +134,37 @@ TEST(Collection, ByName) {
 }
 
 // Inserting at every position of lists of 0 to 4 items, then removing
-// that item again: the first items are held inside the object and move out
-// as the list grows, and back again never.
+// that item again, in a plain list and in lists made with room for 0 to 3
+// items in their own block, which they keep using until they outgrow it.
 TEST(Collection, ShortListsInsertAndRemoveAnywhere) {
   const char16_t* const kItems[] = {u"a", u"b", u"c", u"d"};
-  for (int32_t n = 0; n <= 4; ++n) {
-    for (int32_t at = 1; at <= n + 1; ++at) {
-      SCOPED_TRACE(n * 10 + at);
-      Collection c;
-      std::u16string model;  // one unit per item
-      for (int32_t i = 0; i < n; ++i) {
-        c.Add(Value(kItems[i]));
-        model += kItems[i];
-      }
-      const Value position(at);
-      if (at <= n) {
-        c.Add(Value(u"X"), kMissing, position);
-      } else {
-        c.Add(Value(u"X"), kMissing, kMissing, n == 0 ? kMissing : Value(n));
-      }
-      model.insert(static_cast<size_t>(at - 1), u"X");
-      std::u16string joined;
-      for (const Value& v : c) joined += v.string();
-      EXPECT_EQ(joined, model);
-      EXPECT_EQ(c.Item(position).string(), u"X");
-      c.Remove(position);
-      EXPECT_EQ(c.Count(), n);
-      if (n > 0) {
-        EXPECT_EQ(c.Item(Value(n)).string(), kItems[n - 1]);
+  for (int32_t room = -1; room <= 3; ++room) {
+    for (int32_t n = 0; n <= 4; ++n) {
+      for (int32_t at = 1; at <= n + 1; ++at) {
+        SCOPED_TRACE(room * 100 + n * 10 + at);
+        Ref<Collection> made(room < 0 ? new Collection() : Collection::WithRoom(uint32_t(room)));
+        Collection& c = *made;
+        std::u16string model;  // one unit per item
+        for (int32_t i = 0; i < n; ++i) {
+          c.Add(Value(kItems[i]));
+          model += kItems[i];
+        }
+        const Value position(at);
+        if (at <= n) {
+          c.Add(Value(u"X"), kMissing, position);
+        } else {
+          c.Add(Value(u"X"), kMissing, kMissing, n == 0 ? kMissing : Value(n));
+        }
+        model.insert(static_cast<size_t>(at - 1), u"X");
+        std::u16string joined;
+        for (const Value& v : c) joined += v.string();
+        EXPECT_EQ(joined, model);
+        EXPECT_EQ(c.Item(position).string(), u"X");
+        c.Remove(position);
+        EXPECT_EQ(c.Count(), n);
+        if (n > 0) {
+          EXPECT_EQ(c.Item(Value(n)).string(), kItems[n - 1]);
+        }
       }
     }
   }

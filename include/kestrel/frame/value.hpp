@@ -141,7 +141,7 @@ class KESTREL_API Value {
     swap(moved);
     return *this;
   }
-  ~Value() {
+  [[gnu::always_inline]] ~Value() {
     if (Shared()) Release();
   }
 

@@ -58,29 +58,40 @@ class KESTREL_API Collection : public Dispatchable<Collection> {
   Ref<Object> NewEnum() override;
   static const DispatchTable<Collection>& Dispatch();
 
+  // A new collection with room for `count` items in its own block: one
+  // allocation for a list that is filled once, as a parser fills one (a
+  // plain Collection keeps its items in a block of their own). Like `new
+  // Collection()`, nothing holds it yet. Raises std::bad_alloc.
+  static Collection* WithRoom(uint32_t count);
+
   // Collections are made and dropped by the thousand when data is parsed:
   // they come from the library's store of small blocks.
   static void* operator new(size_t size);
   static void operator delete(void* block, size_t size) noexcept;
+  // Frees the block the collection was made in, whichever way it was made.
+  static void operator delete(Collection* self, std::destroying_delete_t) noexcept;
 
  private:
   // The key index, allocated with the first key (collection.cpp).
   struct KeyIndex;
 
+  explicit Collection(uint32_t room) noexcept;  // see WithRoom
+
   size_t PositionOf(const Value& index) const;  // 0-based
   // Makes room for at least `capacity` items; the items move to a new block.
   void Reserve(size_t capacity);
-  Value* InlineItems() noexcept { return std::launder(reinterpret_cast<Value*>(inline_)); }
+  // The room WithRoom made after the object.
+  Value* RoomItems() const noexcept {
+    return reinterpret_cast<Value*>(const_cast<Collection*>(this) + 1);
+  }
+  // Whether items_ is a block of its own, to be freed.
+  bool OwnsItems() const noexcept { return items_ != nullptr && items_ != RoomItems(); }
 
-  // Most lists parsed from data are short (a pair of coordinates, a few
-  // tags), so the first items live inside the object: no second allocation.
-  static constexpr size_t kInlineItems = 2;
-
-  Value* items_;
+  uint32_t room_ = 0;  // items the object's own block has room for
   uint32_t count_ = 0;
-  uint32_t capacity_ = kInlineItems;
+  uint32_t capacity_ = 0;
+  Value* items_ = nullptr;
   std::unique_ptr<KeyIndex> keys_;
-  alignas(Value) unsigned char inline_[kInlineItems * sizeof(Value)];
 };
 
 }  // namespace kestrel
