@@ -174,6 +174,33 @@ inline bool MultipliedDouble(uint64_t digits, int32_t exponent, double& out) noe
   return true;
 }
 
+// The same for digits * 10^-16 (digits not 0), as the Double's bits. No
+// such product is exactly halfway between two Doubles or outside the
+// normal range, so rounding the top 64 bits half up, as above, is what the
+// conversion of an integer to a Double does once a set lowest bit rules
+// out a tie; the power of two is then added to the exponent field.
+inline bool MultipliedDouble16(uint64_t digits, uint64_t& out) noexcept {
+  const Power128 power = kPowersOfFive[static_cast<size_t>(kPowerRange - 16)];
+  const int zeros = std::countl_zero(digits);
+  const uint64_t w = digits << zeros;
+  const Uint128 first = static_cast<Uint128>(w) * power.high;
+  auto high = static_cast<uint64_t>(first >> 64);
+  if (((high + 1) & 0x1ff) == 0) {
+    auto low = static_cast<uint64_t>(first);
+    const auto second = static_cast<uint64_t>((static_cast<Uint128>(w) * power.low) >> 64);
+    low += second;
+    if (second > low) ++high;
+    if (low == ~uint64_t{0}) return false;
+  }
+  // Halved to fit the signed conversion; the Double then has the exponent
+  // 61 + the top bit of `high` (or one more when rounding carries), which
+  // the top bit's part of the product's power of two cancels:
+  // floor(-16 * log2(10)) + 2 - zeros in all.
+  const auto rounded = static_cast<double>(static_cast<int64_t>((high >> 1) | 1));
+  out = std::bit_cast<uint64_t>(rounded) - (static_cast<uint64_t>(52 + zeros) << 52);
+  return true;
+}
+
 // The correctly rounded Double of a decimal, without from_chars, when that
 // is cheap to get exactly; false otherwise.
 inline bool FastDouble(const Decimal& d, double& out) noexcept {
@@ -427,9 +454,9 @@ class NumberReader {
           if (whole - 1 < 3 && fraction - 1 < 16 && pos_ >= 3) {
             pos_ += length;
             const uint64_t value_digits = PointDigits(p + point, whole, fraction);
-            if (value_digits == 0 || MultipliedDouble(value_digits, -16, value)) {
-              return Value(
-                  std::bit_cast<double>(std::bit_cast<uint64_t>(value) | uint64_t{negative} << 63));
+            uint64_t bits = 0;
+            if (value_digits == 0 || MultipliedDouble16(value_digits, bits)) {
+              return Value(std::bit_cast<double>(bits | uint64_t{negative} << 63));
             }
             return ToReal(text);
           }
