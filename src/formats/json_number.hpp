@@ -369,11 +369,12 @@ inline __m128i UnitBytes(const char16_t* p) noexcept {
   return _mm_packus_epi16(LoadUnits(p), LoadUnits(p + 8));
 }
 
-// The digits among 16 such bytes, one bit each, the first lowest: "0" to
-// "9" moved to the bottom of the signed range.
-inline uint32_t DigitMask(__m128i bytes) noexcept {
+// The units other than digits among 16 such bytes, one bit each, the
+// first lowest: "0" to "9" moved to the bottom of the signed range, where
+// the others are not.
+inline uint32_t OtherMask(__m128i bytes) noexcept {
   return static_cast<uint32_t>(_mm_movemask_epi8(
-      _mm_cmplt_epi8(_mm_add_epi8(bytes, _mm_set1_epi8(0x80 - '0')), _mm_set1_epi8(-0x80 + 10))));
+      _mm_cmpgt_epi8(_mm_add_epi8(bytes, _mm_set1_epi8(0x80 - '0')), _mm_set1_epi8(-0x80 + 9))));
 }
 
 inline uint32_t PointMask(__m128i bytes) noexcept {
@@ -406,22 +407,24 @@ class NumberReader {
     if (n_ - pos_ >= 48) {
       const char16_t* p = s_ + pos_;
       const __m128i bytes = UnitBytes(p);
-      uint64_t digits = DigitMask(bytes);
+      const uint32_t others = OtherMask(bytes);
       // Points are looked for in the first 16 units only: a later one ends
       // the extent, and being a unit that numbers gather, sends the number
       // down the general path.
-      const uint64_t points = PointMask(bytes);
-      if (((digits | points) & 0x8000) != 0) digits |= uint64_t{DigitMask(UnitBytes(p + 16))} << 16;
-      // Whether a minus sign comes first is read off the digit mask (the
-      // sign itself is checked on a branch): a compare's flag would land in
-      // a byte register, and writing one waits for the whole register's
-      // last value, often the previous number's result.
-      const auto negative = static_cast<unsigned>(~digits & 1);
+      const uint32_t points = PointMask(bytes);
+      // Whether a minus sign comes first is read off that mask (the sign
+      // itself is checked on a branch): a compare's flag would land in a
+      // byte register, and writing one waits for the whole register's last
+      // value, often the previous number's result.
+      const uint32_t negative = others & 1;
       // Sign, digits and the first point, up to the first other unit: a
-      // second point ends the extent too, and sends the number down the
-      // general path.
-      const auto length =
-          static_cast<unsigned>(std::countr_one(digits | (points & (0 - points)) | 1));
+      // second point ends the extent too. The next number's position waits
+      // for this length, so a long number's takes the second 16 units'
+      // mask alone, not both masks joined.
+      const uint32_t ends = others & ~((points & (0 - points)) | 1);
+      const unsigned length =
+          ends != 0 ? std::countr_zero(ends)
+                    : 16 + std::countr_zero(OtherMask(UnitBytes(p + 16)) | uint32_t{1} << 16);
       // Bit 32 stands for no point: past the longest extent.
       const auto point = static_cast<unsigned>(std::countr_zero(points | uint64_t{1} << 32));
       // Only the low byte of the unit after: a unit past 0xff that it
