@@ -235,13 +235,6 @@ inline constexpr auto kPowersOfTen = [] {
   return out;
 }();
 
-// The number written by four digit values in 16-bit units, d0 d1 d2 d3
-// (first in the lowest unit): d0d1, d2d3, then d0d1d2d3.
-inline uint64_t FourDigits(uint64_t values) noexcept {
-  const uint64_t pairs = (values * 10 + (values >> 16)) & 0x0000ffff0000ffffULL;
-  return (pairs * 100 + (pairs >> 32)) & 0xffffffffULL;
-}
-
 #if defined(__SSE2__) && defined(__x86_64__)
 // Multipliers that turn the first `length` of 16 digit values (two vectors
 // of eight 16-bit units) into two numbers, one per vector, in three
@@ -453,7 +446,6 @@ class NumberReader {
           // division would do: a branch on the size of the digits would be
           // guessed wrong too often. Every exponent here is within its
           // table.
-          double value = 0;
           if (whole - 1 < 3 && fraction - 1 < 16 && pos_ >= 3) {
             pos_ += length;
             const uint64_t value_digits = PointDigits(p + point, whole, fraction);
@@ -466,6 +458,7 @@ class NumberReader {
           if (whole != 0 && fraction != 0) {
             pos_ += length;
             if (whole + fraction <= 19) {
+              double value = 0;
               const uint64_t value_digits = DigitRun(p + negative, whole) * kPowersOfTen[fraction] +
                                             DigitRun(p + point + 1, fraction);
               if (value_digits == 0 ||
@@ -577,6 +570,13 @@ class NumberReader {
     }
     for (; i < n_ && IsDigit(s_[i]); ++i) digits = digits * 10 + (s_[i] - u'0');
     return i;
+  }
+
+  // The number written by four digit values, d0 d1 d2 d3 (first in the
+  // lowest unit): d0d1, d2d3, then d0d1d2d3.
+  static uint64_t FourDigits(uint64_t values) noexcept {
+    const uint64_t pairs = (values * 10 + (values >> 16)) & 0x0000ffff0000ffffULL;
+    return (pairs * 100 + (pairs >> 32)) & 0xffffffffULL;
   }
 
   Value ReadGatheredNumber() {
