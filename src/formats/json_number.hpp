@@ -363,11 +363,14 @@ inline __m128i UnitBytes(const char16_t* p) noexcept {
 }
 
 // The units other than digits among 16 such bytes, one bit each, the
-// first lowest: "0" to "9" moved to the bottom of the signed range, where
-// the others are not.
+// first lowest: the top bit of a byte is set by saturating arithmetic for
+// those above "9" (the bytes of units past ASCII among them) and for those
+// below "0", side by side, not by compares (which the compiler would turn
+// into a compare and a negation).
 inline uint32_t OtherMask(__m128i bytes) noexcept {
   return static_cast<uint32_t>(_mm_movemask_epi8(
-      _mm_cmpgt_epi8(_mm_add_epi8(bytes, _mm_set1_epi8(0x80 - '0')), _mm_set1_epi8(-0x80 + 9))));
+      _mm_or_si128(_mm_adds_epu8(bytes, _mm_set1_epi8(0x80 - '9' - 1)),
+                   _mm_subs_epu8(_mm_set1_epi8(static_cast<char>(0x80 + '0' - 1)), bytes))));
 }
 
 inline uint32_t PointMask(__m128i bytes) noexcept {
