@@ -27,9 +27,9 @@
 namespace kestrel::detail {
 
 // Characters a number gathers: 1 for "+-0123456789", 2 for ".eE" (which
-// make it a Double).
+// make it a Double). A byte's worth, so that a unit's low byte can index it.
 inline constexpr auto kNumberChars = [] {
-  std::array<uint8_t, 128> table{};
+  std::array<uint8_t, 256> table{};
   for (char c : std::string_view("+-0123456789")) table[static_cast<size_t>(c)] = 1;
   for (char c : std::string_view(".eE")) table[static_cast<size_t>(c)] = 2;
   return table;
@@ -148,7 +148,7 @@ inline bool MultipliedDouble(uint64_t digits, int32_t exponent, double& out) noe
   const Uint128 first = static_cast<Uint128>(w) * power.high;
   auto high = static_cast<uint64_t>(first >> 64);
   auto low = static_cast<uint64_t>(first);
-  if ((high & 0x1ff) == 0x1ff) {
+  if (((high + 1) & 0x1ff) == 0) {
     // The bits below the 55 kept might carry into them: add the product
     // with the power's low half.
     const auto second = static_cast<uint64_t>((static_cast<Uint128>(w) * power.low) >> 64);
@@ -171,6 +171,33 @@ inline bool MultipliedDouble(uint64_t digits, int32_t exponent, double& out) noe
   const uint64_t bits = ((mantissa + 1) >> 1) + (static_cast<uint64_t>(power2 - 1) << 52);
   if (bits >= uint64_t{0x7ff} << 52) return false;
   out = std::bit_cast<double>(bits);
+  return true;
+}
+
+// The same for digits * 10^-16 (digits not 0), as the Double's bits. No
+// such product is exactly halfway between two Doubles or outside the
+// normal range, so rounding the top 64 bits half up, as above, is what the
+// conversion of an integer to a Double does once a set lowest bit rules
+// out a tie; the power of two is then added to the exponent field.
+inline bool MultipliedDouble16(uint64_t digits, uint64_t& out) noexcept {
+  const Power128 power = kPowersOfFive[static_cast<size_t>(kPowerRange - 16)];
+  const int zeros = std::countl_zero(digits);
+  const uint64_t w = digits << zeros;
+  const Uint128 first = static_cast<Uint128>(w) * power.high;
+  auto high = static_cast<uint64_t>(first >> 64);
+  if (((high + 1) & 0x1ff) == 0) {
+    auto low = static_cast<uint64_t>(first);
+    const auto second = static_cast<uint64_t>((static_cast<Uint128>(w) * power.low) >> 64);
+    low += second;
+    if (second > low) ++high;
+    if (low == ~uint64_t{0}) return false;
+  }
+  // Halved to fit the signed conversion; the Double then has the exponent
+  // 61 + the top bit of `high` (or one more when rounding carries), which
+  // the top bit's part of the product's power of two cancels:
+  // floor(-16 * log2(10)) + 2 - zeros in all.
+  const auto rounded = static_cast<double>(static_cast<int64_t>((high >> 1) | 1));
+  out = std::bit_cast<uint64_t>(rounded) - (static_cast<uint64_t>(52 + zeros) << 52);
   return true;
 }
 
@@ -286,19 +313,68 @@ inline uint64_t DigitRun(const char16_t* p, unsigned length) noexcept {
   return DigitRun16(p, 16) * kPowersOfTen[length - 16] + DigitRun8(p + 16, length - 16);
 }
 
-// The digits and the points among the 16 units at `p`: one bit per unit,
-// the first lowest.
-struct UnitClasses {
-  uint32_t digits, points;
-};
-inline UnitClasses ClassifyUnits(const char16_t* p) noexcept {
-  // Unsigned saturation keeps ASCII and turns every other unit into 0 or
-  // 0xff; then "0" to "9" move to the bottom of the signed range.
-  const __m128i bytes = _mm_packus_epi16(LoadUnits(p), LoadUnits(p + 8));
+// Lane masks for PointDigits, read at an offset: 24 units from
+// kLanesBelow + 24 - k keep the first k lanes; 8 from kLanesFrom + 8 - k
+// keep all but the first k.
+alignas(64) inline constexpr int16_t kLanesBelow[48] = {
+    -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1};
+alignas(32) inline constexpr int16_t kLanesFrom[16] = {0,  0,  0,  0,  0,  0,  0,  0,
+                                                       -1, -1, -1, -1, -1, -1, -1, -1};
+
+// The 1 to 3 digits before the point at `point` and the 1 to 16 after it
+// as one number of 19 digits, the fraction padded with zeros to 16: that
+// is, the decimal times 10^16. The units are taken 24 at a time from three
+// before the point, so the whole part ends and the fraction starts at the
+// same lanes whatever their lengths: every weight is a constant, the point
+// gets weight 0, and only the masks for the lanes before the first digit
+// and after the last depend on the lengths. No power of ten scales the
+// parts. The 3 units before the point and 20 after must be readable.
+inline uint64_t PointDigits(const char16_t* point, unsigned whole, unsigned fraction) noexcept {
+  const __m128i zeros = _mm_set1_epi16(u'0');
+  const int16_t* below = kLanesBelow + 20 - fraction;  // the lanes up to the last digit
   const __m128i digits =
-      _mm_cmplt_epi8(_mm_add_epi8(bytes, _mm_set1_epi8(0x80 - '0')), _mm_set1_epi8(-0x80 + 10));
-  return {static_cast<uint32_t>(_mm_movemask_epi8(digits)),
-          static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('.'))))};
+      _mm_and_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(below)),
+                    _mm_loadu_si128(reinterpret_cast<const __m128i*>(kLanesFrom + 5 + whole)));
+  const __m128i a = _mm_and_si128(_mm_sub_epi16(LoadUnits(point - 3), zeros), digits);
+  const __m128i b = _mm_and_si128(_mm_sub_epi16(LoadUnits(point + 5), zeros),
+                                  _mm_loadu_si128(reinterpret_cast<const __m128i*>(below + 8)));
+  const __m128i c = _mm_and_si128(_mm_sub_epi16(LoadUnits(point + 13), zeros),
+                                  _mm_loadu_si128(reinterpret_cast<const __m128i*>(below + 16)));
+  // Lanes w0 w1 w2 . f0 f1 f2 f3 | f4 ... f11 | f12 f13 f14 f15 (4 unused):
+  // pairs w0w1, w2, f0f1, f2f3, f4f5 ... f10f11; f12f13f14f15 straight to
+  // its two halves; then w0w1w2 and quads f0f1f2f3 ... f8f9f10f11; then
+  // w0w1w2f0f1f2f3, f4...f11, f12...f15.
+  const __m128i pairs =
+      _mm_packs_epi32(_mm_madd_epi16(a, _mm_setr_epi16(10, 1, 1, 0, 10, 1, 10, 1)),
+                      _mm_madd_epi16(b, _mm_setr_epi16(10, 1, 10, 1, 10, 1, 10, 1)));
+  const __m128i quads =
+      _mm_packs_epi32(_mm_madd_epi16(pairs, _mm_setr_epi16(10, 1, 100, 1, 100, 1, 100, 1)),
+                      _mm_madd_epi16(c, _mm_setr_epi16(1000, 100, 10, 1, 0, 0, 0, 0)));
+  const __m128i parts = _mm_madd_epi16(quads, _mm_setr_epi16(10000, 1, 10000, 1, 1, 1, 0, 0));
+  const auto high = static_cast<uint64_t>(_mm_cvtsi128_si64(parts));
+  const auto low = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_unpackhi_epi64(parts, parts)));
+  return (high & 0xffffffff) * 1000000000000 + (high >> 32) * 10000 + low;
+}
+
+// The 16 units at `p` as bytes: unsigned saturation keeps ASCII and turns
+// every other unit into 0 or 0xff.
+inline __m128i UnitBytes(const char16_t* p) noexcept {
+  return _mm_packus_epi16(LoadUnits(p), LoadUnits(p + 8));
+}
+
+// The units other than digits among 16 such bytes, one bit each, the
+// first lowest: the top bit of a byte is set by saturating arithmetic for
+// those above "9" (the bytes of units past ASCII among them) and for those
+// below "0", side by side, not by compares (which the compiler would turn
+// into a compare and a negation).
+inline uint32_t OtherMask(__m128i bytes) noexcept {
+  return static_cast<uint32_t>(_mm_movemask_epi8(
+      _mm_or_si128(_mm_adds_epu8(bytes, _mm_set1_epi8(0x80 - '9' - 1)),
+                   _mm_subs_epu8(_mm_set1_epi8(static_cast<char>(0x80 + '0' - 1)), bytes))));
+}
+
+inline uint32_t PointMask(__m128i bytes) noexcept {
+  return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('.'))));
 }
 #endif
 
@@ -310,79 +386,109 @@ class NumberReader {
       : s_(s), n_(n), pos_(pos), large_integers_(large_integers) {}
 
   // Reads the number at the position. Text ending inside the number gives
-  // Empty, with the position at the end.
-  Value Read() { return ReadNumber(); }
+  // Empty, with the position at the end. Inline in the reader, whatever
+  // the compiler's estimate of its size: the common forms then cost no
+  // call and no reader object in memory.
+  [[gnu::always_inline]] Value Read() { return ReadNumber(); }
 
  private:
-  Value ReadNumber() {
+  [[gnu::always_inline]] Value ReadNumber() {
 #if defined(__SSE2__) && defined(__x86_64__)
     // The common forms -d+ and -d+.d+ followed by a unit that no number
-    // gathers, up to 32 units long: their extent from one or two vector
-    // compares of 16 units and their digits from multiply-add chains, with
-    // no loop and no branch per digit. Every read stays within 40 units of
-    // the number's start. Near the end of the text, and for every other
-    // form, one unit at a time.
+    // gathers, up to 32 units long: their extent from vector compares of 16
+    // units and their digits from multiply-add chains, with no loop and no
+    // branch per digit. Every read stays within 40 units of the number's
+    // start (and 3 before it). Near the end of the text, and for every
+    // other form, one unit at a time.
     if (n_ - pos_ >= 48) {
       const char16_t* p = s_ + pos_;
-      const bool negative = *p == u'-';
-      UnitClasses units = ClassifyUnits(p);
-      if (((units.digits | units.points) & 0x8000) != 0) {
-        const UnitClasses more = ClassifyUnits(p + 16);
-        units.digits |= more.digits << 16;
-        units.points |= more.points << 16;
-      }
-      // Sign, digits and points, up to the first other unit; then the form
-      // is checked on the masks: a digit first, and a point only between
-      // two digits, once.
-      const uint64_t digits = units.digits;
-      const auto length = static_cast<unsigned>(
-          std::countr_one(uint64_t{units.points} | digits | uint64_t{negative}));
-      const uint64_t points = units.points & ((uint64_t{1} << length) - 1);
-      const char16_t after = p[length];
-      if (((digits >> negative) & 1) != 0 && (points & (points - 1)) == 0 &&
-          (points & ~((digits << 1) & (digits >> 1))) == 0 &&
-          kNumberChars[std::min(after, char16_t{0x7f})] == 0) {
+      const __m128i bytes = UnitBytes(p);
+      const uint32_t others = OtherMask(bytes);
+      // Points are looked for in the first 16 units only: a later one ends
+      // the extent, and being a unit that numbers gather, sends the number
+      // down the general path.
+      const uint32_t points = PointMask(bytes);
+      // Whether a minus sign comes first is read off that mask (the sign
+      // itself is checked on a branch): a compare's flag would land in a
+      // byte register, and writing one waits for the whole register's last
+      // value, often the previous number's result.
+      const uint32_t negative = others & 1;
+      // Sign, digits and the first point, up to the first other unit: a
+      // second point ends the extent too. The next number's position waits
+      // for this length, so a long number's takes the second 16 units'
+      // mask alone, not both masks joined.
+      const uint32_t ends = others & ~((points & (0 - points)) | 1);
+      const unsigned length =
+          ends != 0 ? std::countr_zero(ends)
+                    : 16 + std::countr_zero(OtherMask(UnitBytes(p + 16)) | uint32_t{1} << 16);
+      // Bit 32 stands for no point: past the longest extent.
+      const auto point = static_cast<unsigned>(std::countr_zero(points | uint64_t{1} << 32));
+      // Only the low byte of the unit after: a unit past 0xff that it
+      // mistakes for part of a number takes the general path, which reads
+      // it right.
+      if ((negative == 0 || *p == u'-') && kNumberChars[static_cast<uint8_t>(p[length])] == 0) {
         const std::u16string_view text(p, length);
-        pos_ += length;
-        const char16_t* first = p + negative;
-        if (points == 0) {
+        if (point >= length) {
           const unsigned count = length - negative;
-          if (count <= 18) {
-            const auto magnitude = static_cast<int64_t>(DigitRun(first, count));
-            const int64_t value = negative ? -magnitude : magnitude;
+          if (count - 1 < 18) {
+            pos_ += length;
+            const auto magnitude = static_cast<int64_t>(DigitRun(p + negative, count));
+            const int64_t value = negative != 0 ? -magnitude : magnitude;
             if (value >= INT32_MIN && value <= INT32_MAX) return Value(static_cast<int32_t>(value));
             if (large_integers_) return Value(value);
+            return ToWhole(text, large_integers_);
           }
-          return ToWhole(text);
-        }
-        // The first point of all is this one; taken unmasked, it does not
-        // wait for the length.
-        const auto point = static_cast<unsigned>(std::countr_zero(units.points));
-        const unsigned whole = point - negative;
-        const unsigned fraction = length - point - 1;
-        if (whole + fraction <= 19) {
-          const uint64_t value_digits =
-              DigitRun(first, whole) * kPowersOfTen[fraction] + DigitRun(p + point + 1, fraction);
-          // The product with a power of five, even where one exact division
-          // would do: a branch on the size of the digits would be guessed
-          // wrong too often. Every exponent here is within its table.
-          double value = 0;
-          if (value_digits == 0 ||
-              MultipliedDouble(value_digits, -static_cast<int32_t>(fraction), value)) {
-            return Value(
-                std::bit_cast<double>(std::bit_cast<uint64_t>(value) | uint64_t{negative} << 63));
+          if (count != 0) {
+            pos_ += length;
+            return ToWhole(text, large_integers_);
+          }
+        } else {
+          const unsigned whole = point - negative;
+          const unsigned fraction = length - point - 1;
+          // The product with a power of five, even where one exact
+          // division would do: a branch on the size of the digits would be
+          // guessed wrong too often. Every exponent here is within its
+          // table.
+          if (whole - 1 < 3 && fraction - 1 < 16 && pos_ >= 3) {
+            pos_ += length;
+            const uint64_t value_digits = PointDigits(p + point, whole, fraction);
+            uint64_t bits = 0;
+            if (value_digits == 0 || MultipliedDouble16(value_digits, bits)) {
+              return Value(std::bit_cast<double>(bits | uint64_t{negative} << 63));
+            }
+            return ToReal(text);
+          }
+          if (whole != 0 && fraction != 0) {
+            pos_ += length;
+            if (whole + fraction <= 19) {
+              double value = 0;
+              const uint64_t value_digits = DigitRun(p + negative, whole) * kPowersOfTen[fraction] +
+                                            DigitRun(p + point + 1, fraction);
+              if (value_digits == 0 ||
+                  MultipliedDouble(value_digits, -static_cast<int32_t>(fraction), value)) {
+                return Value(std::bit_cast<double>(std::bit_cast<uint64_t>(value) |
+                                                   uint64_t{negative} << 63));
+              }
+            }
+            return ToReal(text);
           }
         }
-        return ToReal(text);
       }
     }
 #endif
-    return ReadNumberByUnit();
+    return ReadByUnit(s_, n_, pos_, large_integers_);
+  }
+
+  // The general path takes the reader's parts as arguments, so that the
+  // fast path never needs the reader in memory.
+  [[gnu::noinline]] static Value ReadByUnit(const char16_t* s, size_t n, size_t& pos,
+                                            bool large_integers) {
+    return NumberReader(s, n, pos, large_integers).ReadNumberByUnit();
   }
 
   // The same, one unit after another, for the end of the text and for
   // machines without those vectors.
-  [[gnu::noinline]] Value ReadNumberByUnit() {
+  Value ReadNumberByUnit() {
     // A plain decimal is converted straight from the text; anything else
     // (and text ending inside the number) takes the general path.
     size_t i = pos_;
@@ -426,7 +532,7 @@ class NumberReader {
           if (value >= INT32_MIN && value <= INT32_MAX) return Value(static_cast<int32_t>(value));
           if (large_integers_) return Value(value);
         }
-        return ToWhole(text);
+        return ToWhole(text, large_integers_);
       }
       // More than 19 digits would have wrapped.
       d.exact = count <= 19 && d.exponent > -1000000 && d.exponent < 1000000;
@@ -486,7 +592,7 @@ class NumberReader {
     }
     if (pos_ >= n_) return Value();
     const std::u16string_view text(s_ + start, pos_ - start);
-    return (seen & 2) != 0 ? ToReal(text) : ToWhole(text);
+    return (seen & 2) != 0 ? ToReal(text) : ToWhole(text, large_integers_);
   }
 
   // Well-formed numbers are converted here; every other text goes to the
@@ -507,7 +613,7 @@ class NumberReader {
     return Value(runtime::ToDouble(Value(text)));
   }
 
-  [[gnu::noinline]] Value ToWhole(std::u16string_view text) const {
+  [[gnu::noinline]] static Value ToWhole(std::u16string_view text, bool large_integers) {
     size_t i = text.size() > 0 && text[0] == u'-' ? 1 : 0;
     const size_t digits = text.size() - i;
     if (digits >= 1 && digits <= 18) {
@@ -520,11 +626,11 @@ class NumberReader {
       if (i == text.size()) {
         const int64_t value = text[0] == u'-' ? -magnitude : magnitude;
         if (value >= INT32_MIN && value <= INT32_MAX) return Value(static_cast<int32_t>(value));
-        if (large_integers_) return Value(value);
+        if (large_integers) return Value(value);
       }
     }
     const Value number(text);
-    if (!large_integers_) return Value(runtime::ToLong(number));
+    if (!large_integers) return Value(runtime::ToLong(number));
     try {
       return Value(runtime::ToLong(number));
     } catch (const RuntimeError& e) {

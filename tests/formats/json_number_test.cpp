@@ -17,8 +17,17 @@ namespace kestrel {
 namespace {
 
 // A number followed by this much text is read from vector loads; near the
-// end of the text, one unit at a time. Each row below is read both ways.
+// end of the text, one unit at a time. Decimals with a few whole digits
+// take another vector path once a few units precede them. Each row below
+// is read all three ways.
 const std::u16string kPadding(48, u' ');
+struct Place {
+  const char16_t* before;
+  bool padded;
+  const char* name;
+};
+const Place kPlaces[] = {
+    {u"", false, ""}, {u"", true, " (followed by blanks)"}, {u"   ", true, " (between blanks)"}};
 
 Value OnlyItem(const JSON& json) {
   return *dynamic_cast<const Collection&>(*json.JSONObject().object()).begin();
@@ -74,12 +83,24 @@ TEST(JSON, DoublesAreCorrectlyRounded) {
       "0.000000000000000000000000000001",
       ".5",
       "-.25",
+      // Three whole digits and sixteen after the point, the most one
+      // multiply-add chain takes, and one more on either side.
+      "-999.9999999999999999",
+      "1000.000000000000001",
+      "0.00000000000000005",
+      "-0.0000000000000001",
+      // The bits past the 53 kept of their top 64 are exactly one half:
+      // those below decide.
+      "54.4246018811743717",
+      "-1.6414516223453820",
   };
   for (const char* t : texts) {
-    for (const std::u16string& after : {std::u16string(), kPadding}) {
-      SCOPED_TRACE(std::string(t) + (after.empty() ? "" : " (followed by blanks)"));
+    for (const Place& place : kPlaces) {
+      SCOPED_TRACE(std::string(t) + place.name);
       JSON json;
-      ASSERT_TRUE(json.Parse(u"[" + FromUtf8(t) + after + u"]")) << ToUtf8(json.ParseError());
+      ASSERT_TRUE(json.Parse(u"[" + std::u16string(place.before) + FromUtf8(t) +
+                             (place.padded ? kPadding : u"") + u"]"))
+          << ToUtf8(json.ParseError());
       const Value v = OnlyItem(json);
       ASSERT_EQ(v.kind(), Kind::kDouble);
       EXPECT_EQ(std::bit_cast<uint64_t>(v.dbl()), std::bit_cast<uint64_t>(std::strtod(t, nullptr)));
@@ -109,11 +130,12 @@ TEST(JSON, IntegerEdges) {
       {u"9223372036854775807", true, Kind::kLongLong, INT64_MAX},
   };
   for (const auto& c : cases) {
-    for (const std::u16string& after : {std::u16string(), kPadding}) {
-      SCOPED_TRACE(ToUtf8(c.text) + (after.empty() ? "" : " (followed by blanks)"));
+    for (const Place& place : kPlaces) {
+      SCOPED_TRACE(ToUtf8(c.text) + place.name);
       JSON json;
       json.SetLargeIntegers(c.large);
-      ASSERT_TRUE(json.Parse(u"[" + std::u16string(c.text) + after + u"]"));
+      ASSERT_TRUE(json.Parse(u"[" + std::u16string(place.before) + c.text +
+                             (place.padded ? kPadding : u"") + u"]"));
       const Value v = OnlyItem(json);
       ASSERT_EQ(v.kind(), c.kind);
       EXPECT_EQ(c.kind == Kind::kLong ? v.long_value() : v.long_long(), c.value);
