@@ -307,7 +307,7 @@ inline uint64_t DigitRun16(const char16_t* p, unsigned length) noexcept {
 }
 
 // The same for up to 19 units; the 24 units from `p` on must be readable.
-inline uint64_t DigitRun(const char16_t* p, unsigned length) noexcept {
+[[gnu::always_inline]] inline uint64_t DigitRun(const char16_t* p, unsigned length) noexcept {
   if (length <= 8) return DigitRun8(p, length);
   if (length <= 16) return DigitRun16(p, length);
   return DigitRun16(p, 16) * kPowersOfTen[length - 16] + DigitRun8(p + 16, length - 16);

@@ -136,7 +136,7 @@ class KESTREL_API Value {
     swap(copy);
     return *this;
   }
-  Value& operator=(Value&& other) noexcept {
+  [[gnu::always_inline]] Value& operator=(Value&& other) noexcept {
     Value moved(std::move(other));
     swap(moved);
     return *this;
