@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <iterator>
 #include <new>
 
 #if defined(__has_feature)
@@ -31,17 +32,32 @@ namespace {
 
 // Blocks are kept by size in steps of 16 bytes, from 24 up to 520: the
 // sizes a 64-bit malloc's chunks can hold without waste, so rounding a
-// request up to its class costs no memory there.
+// request up to its class costs no memory there. Past 520, four classes to
+// each doubling up to 4 KB, for the entry and item blocks of larger
+// records and lists (at most a quarter wasted).
 constexpr std::size_t kSmallest = 24;
 constexpr std::size_t kGranule = 16;
-constexpr std::size_t kClasses = 32;
+constexpr std::size_t kSmallClasses = 32;
+constexpr std::size_t kLargestSmall = kSmallest + (kSmallClasses - 1) * kGranule;
+constexpr std::size_t kLargeBytes[] = {632,  760,  888,  1016, 1272, 1528,
+                                       1784, 2040, 2552, 3064, 3576, 4088};
+constexpr std::size_t kClasses = kSmallClasses + std::size(kLargeBytes);
 
+// The class of a block of `size` bytes; kClasses when it has none.
 constexpr std::size_t ClassOf(std::size_t size) noexcept {
-  return size <= kSmallest ? 0 : (size - kSmallest + kGranule - 1) / kGranule;
+  if (size <= kLargestSmall) {
+    return size <= kSmallest ? 0 : (size - kSmallest + kGranule - 1) / kGranule;
+  }
+  std::size_t large = 0;
+  while (large < std::size(kLargeBytes) && kLargeBytes[large] < size) ++large;
+  return kSmallClasses + large;
 }
 constexpr std::size_t ClassBytes(std::size_t size_class) noexcept {
-  return kSmallest + size_class * kGranule;
+  return size_class < kSmallClasses ? kSmallest + size_class * kGranule
+                                    : kLargeBytes[size_class - kSmallClasses];
 }
+static_assert(ClassOf(520) == 31 && ClassOf(521) == 32 && ClassOf(4088) == kClasses - 1 &&
+              ClassOf(4089) == kClasses && ClassBytes(ClassOf(1000)) == 1016);
 // What a thread keeps at most; past it, freed blocks go back to malloc.
 constexpr std::size_t kMostKeptBytes = std::size_t{8} << 20;
 

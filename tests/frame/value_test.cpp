@@ -75,12 +75,13 @@ TEST(Value, StringsOfEverySizeSurviveReuseAcrossThreads) {
     for (size_t i = 0; i < n; ++i) text[i] = static_cast<char16_t>(seed + i);
     return text;
   };
+  constexpr size_t kLongest = 2100;  // past the largest kept block, 4 KB
   std::vector<Value> made;
-  for (size_t n = 0; n <= 300; ++n) made.emplace_back(text_of(n, u'a'));
+  for (size_t n = 0; n <= kLongest; ++n) made.emplace_back(text_of(n, u'a'));
   std::thread([&made] { made.clear(); }).join();
   for (int round = 0; round < 2; ++round) {
-    for (size_t n = 0; n <= 300; ++n) made.emplace_back(text_of(n, u'A' + round));
-    for (size_t n = 0; n <= 300; ++n) {
+    for (size_t n = 0; n <= kLongest; ++n) made.emplace_back(text_of(n, u'A' + round));
+    for (size_t n = 0; n <= kLongest; ++n) {
       ASSERT_EQ(made[n].string(), text_of(n, u'A' + round)) << n;
     }
     made.clear();
