@@ -160,6 +160,16 @@ class StringPool {
     return slot.size;
   }
 
+  // The slot of the name that followed the one in slot `index` last time,
+  // and setting it; kNoSlot when unknown. Like any guess, a stale one only
+  // misses.
+  uint32_t NextKeyOf(uint32_t index) const noexcept {
+    return index < slots_.size() ? slots_[index].next_key : kNoSlot;
+  }
+  void SetNextKey(uint32_t index, uint32_t next) noexcept {
+    if (index < slots_.size()) slots_[index].next_key = next;
+  }
+
   // The name in a slot PlainKeyLengthAt matched, as GetKey gives it.
   Value KeyAt(uint32_t index, uint32_t& hash, bool& ascii) {
     return KeyOf(slots_[index], hash, ascii);
@@ -181,6 +191,7 @@ class StringPool {
     uint32_t size = 0;
     uint32_t handed = 0;    // uncounted copies given out
     uint32_t key_hash = 0;  // set with key_hashed, when the text is a key
+    uint32_t next_key = kNoSlot;  // the name that followed this one last
     bool key_ascii = false;
     bool key_hashed = false;
     bool plain = false;  // no quote, apostrophe, ":" or blank in it
@@ -329,8 +340,10 @@ struct Frame {
   // them, so most keys are not compared with the others.
   uint64_t staged_hashes = 0;
   uint32_t key_hash = 0;  // Dictionary::TextKeyHash of key
-  int32_t shape = -1;     // an object's place in Reader::member_counts_
-  uint32_t members = 0;   // names read so far
+  // The pool slot of the last name read, for the next name's guess.
+  uint32_t last_key = StringPool::kNoSlot;
+  int16_t shape = -1;     // an object's place in Reader::member_counts_
+  uint16_t members = 0;   // names read so far, up to 65535
   bool key_ascii = false;
   bool object = false;
   bool element = false;  // an item of an array
@@ -542,7 +555,7 @@ class Reader {
     }
     Frame& frame = stack_.emplace_back();
     frame.element = element;
-    frame.shape = shape;
+    frame.shape = static_cast<int16_t>(shape);
     frame.object = object;
     if (object && compare_mode_ >= kLowestMode) {
       frame.base = members_.size();
@@ -890,7 +903,8 @@ class Reader {
     Frame& f = stack_.back();
     uint32_t slot;
     f.key = strings_.GetKey(scratch_, f.key_hash, f.key_ascii, slot);
-    ++f.members;
+    strings_.SetNextKey(f.last_key, slot);
+    NameRead(f, slot);
   }
 
   // The usual key, "name" then ":" with only blanks between, taken straight
@@ -906,12 +920,22 @@ class Reader {
     uint32_t* guess = f.shape >= 0 && f.members < kPredictedMembers
                           ? &predicted_keys_[static_cast<size_t>(f.shape)][f.members]
                           : nullptr;
+    // The name in this place last time, else the one that followed the
+    // previous name when this place last guessed wrong: records that leave
+    // a member out or add one still follow the same order around it.
+    uint32_t slot = StringPool::kNoSlot;
     size_t end = std::u16string_view::npos;
+    bool placed = false;
     if (guess != nullptr && *guess != StringPool::kNoSlot) {
-      const size_t length = strings_.PlainKeyLengthAt(*guess, s_ + pos_ + 1, n_ - pos_ - 1);
-      if (length != std::u16string_view::npos && pos_ + 1 + length < n_ &&
-          s_[pos_ + 1 + length] == u'"') {
-        end = pos_ + 1 + length;
+      end = PooledKeyEnd(*guess);
+      placed = end != std::u16string_view::npos;
+      if (placed) slot = *guess;
+    }
+    if (!placed) {
+      const uint32_t next = strings_.NextKeyOf(f.last_key);
+      if (next != StringPool::kNoSlot) {
+        end = PooledKeyEnd(next);
+        if (end != std::u16string_view::npos) slot = next;
       }
     }
     const bool predicted = end != std::u16string_view::npos;
@@ -923,16 +947,35 @@ class Reader {
     while (after < n_ && IsBlank(s_[after])) ++after;
     if (after >= n_ || s_[after] != u':') return false;
     if (predicted) {
-      f.key = strings_.KeyAt(*guess, f.key_hash, f.key_ascii);
+      f.key = strings_.KeyAt(slot, f.key_hash, f.key_ascii);
     } else {
-      uint32_t slot;
       f.key = strings_.GetKey(std::u16string_view(s_ + pos_ + 1, end - pos_ - 1), f.key_hash,
                               f.key_ascii, slot);
-      if (guess != nullptr) *guess = slot;
     }
-    ++f.members;
+    if (!placed) {
+      if (guess != nullptr) *guess = slot;
+      strings_.SetNextKey(f.last_key, slot);
+    }
+    NameRead(f, slot);
     pos_ = after + 1;
     return true;
+  }
+
+  // Where a name that is the text in pool slot `index` ends, at its closing
+  // quote, if the position holds that name; npos otherwise.
+  size_t PooledKeyEnd(uint32_t index) const noexcept {
+    const size_t length = strings_.PlainKeyLengthAt(index, s_ + pos_ + 1, n_ - pos_ - 1);
+    if (length == std::u16string_view::npos || pos_ + 1 + length >= n_ ||
+        s_[pos_ + 1 + length] != u'"') {
+      return std::u16string_view::npos;
+    }
+    return pos_ + 1 + length;
+  }
+
+  // Notes the pool slot of the name just read (kNoSlot if not pooled).
+  void NameRead(Frame& f, uint32_t slot) noexcept {
+    f.last_key = slot;
+    if (f.members != UINT16_MAX) ++f.members;
   }
 
   [[gnu::noinline]] Value ReadScalar() {

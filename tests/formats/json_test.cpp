@@ -110,6 +110,11 @@ TEST(JSON, TreesAndErrorLines) {
       // Records read each name afresh, whatever the last record had there.
       {u"[{\"ab\":1,c:2},{\"abc\":3,c:4},{\"a\":5},{'a b':6},{\"ab\" :7},{\"AB\":8}]",
        u"[{ab:1,c:2},{abc:3,c:4},{a:5},{ab:6},{ab:7},{AB:8}]", u""},
+      // Records that add or leave out a member around the same order, with
+      // names that are prefixes of the ones they stand in for.
+      {u"[{\"a\":1,\"bc\":2,\"c\":3},{\"a\":4,\"x\":0,\"bc\":5,\"c\":6},"
+       u"{\"a\":7,\"b\":8,\"c\":9},{\"a\":1,\"x\":2,\"c\":3}]",
+       u"[{a:1,bc:2,c:3},{a:4,x:0,bc:5,c:6},{a:7,b:8,c:9},{a:1,x:2,c:3}]", u""},
       // Strings: the other quote is text; escapes.
       {u"[\"it's\", 'say \"hi\"']", u"[\"it's\",\"say \"hi\"\"]", u""},
       {u"['\\\"\\\\\\/\\'\\b\\f\\n\\r\\t']", u"[\"\"\\/'\b\f\n\r\t\"]", u""},
