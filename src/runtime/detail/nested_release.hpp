@@ -37,8 +37,9 @@ class NestedRelease {
 
   // Runs `release(queue)` as the outermost release of the thread, then
   // deletes what it queued, and what their destructors queue in turn.
+  // Kept out of line: the destructors' common path inlines `release` once.
   template <class F>
-  static void Outermost(F&& release) noexcept {
+  [[gnu::noinline]] static void Outermost(const F& release) noexcept {
     Queue queue;
     // The member names a tree shares are released many times over.
     DeferredStringReleases strings;
