@@ -45,7 +45,8 @@ class KESTREL_API Object {
   Object() = default;
   Object(const Object&) = delete;
   Object& operator=(const Object&) = delete;
-  virtual ~Object();
+  // Inline: every object of a released tree passes through it.
+  virtual ~Object() = default;
 
   // The class name clients see (TypeName), without the library prefix.
   virtual std::u16string_view TypeName() const noexcept = 0;
