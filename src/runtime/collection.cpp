@@ -79,7 +79,7 @@ Collection::~Collection() {
   // Nested containers are released one after another, not one inside
   // another, however deep the tree: object items are queued, everything
   // else is let go here, in one pass.
-  auto release = [this](detail::NestedRelease::Queue& queue) __attribute__((always_inline)) {
+  auto release = [this](auto& queue) __attribute__((always_inline)) {
     for (Value *v = items_, *end = items_ + count_; v != end; ++v) {
       detail::NestedRelease::Take(*v, queue);
       std::destroy_at(v);

@@ -553,7 +553,7 @@ Dictionary::~Dictionary() {
   if (shared_ && shared_.use_count() != 1) return;
   Impl::EntryStore& entries = impl_->entries;
   // One pass: object items are queued, everything else is let go here.
-  auto release = [&entries](detail::NestedRelease::Queue& queue) __attribute__((always_inline)) {
+  auto release = [&entries](auto& queue) __attribute__((always_inline)) {
     for (Impl::Entry& e : entries) {
       detail::NestedRelease::Take(e.key, queue);
       detail::NestedRelease::Take(e.item, queue);
