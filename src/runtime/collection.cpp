@@ -81,8 +81,7 @@ Collection::~Collection() {
   // else is let go here, in one pass.
   auto release = [this](auto& queue) __attribute__((always_inline)) {
     for (Value *v = items_, *end = items_ + count_; v != end; ++v) {
-      detail::NestedRelease::Take(*v, queue);
-      std::destroy_at(v);
+      detail::NestedRelease::Release(*v, queue);
     }
   };
   if (detail::NestedRelease::Queue* queue = detail::NestedRelease::Active()) {

@@ -16,6 +16,7 @@
 //   }
 #pragma once
 
+#include <memory>
 #include <new>
 #include <utility>
 #include <vector>
@@ -64,6 +65,17 @@ class NestedRelease {
     // forgets it without releasing it.
     ::new (&value) Value();
     if (object != nullptr && object->DropReference()) queue.push_back(object);
+  }
+
+  // Ends `value` for a container's destructor: its object as Take does,
+  // its string or array in place. Values of any other kind hold nothing
+  // (numbers, the bulk of many lists), and are left as they are.
+  [[gnu::always_inline]] static void Release(Value& value, Queue& queue) {
+    if (value.IsObject()) {
+      Take(value, queue);
+    } else if (value.IsString() || value.IsArray()) {
+      std::destroy_at(&value);
+    }
   }
 
  private:
