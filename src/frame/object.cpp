@@ -5,8 +5,6 @@
 
 namespace kestrel {
 
-Object::~Object() = default;
-
 Ref<Object> Object::NewEnum() { RaiseStandard(errors::kMemberNotSupported); }
 
 }  // namespace kestrel

@@ -76,14 +76,21 @@ Collection* Collection::WithRoom(uint32_t count) {
 }
 
 Collection::~Collection() {
-  Value* const end = items_ + count_;
   // Nested containers are released one after another, not one inside
-  // another, however deep the tree.
-  if (std::any_of(items_, end, [](const Value& v) { return v.IsObject(); })) {
-    detail::NestedRelease release;
-    for (Value* v = items_; v != end; ++v) release.Take(*v);
+  // another, however deep the tree: object items are queued, everything
+  // else is let go here, in one pass.
+  auto release = [this](auto& queue) __attribute__((always_inline)) {
+    for (Value *v = items_, *end = items_ + count_; v != end; ++v) {
+      detail::NestedRelease::Release(*v, queue);
+    }
+  };
+  if (detail::NestedRelease::Queue* queue = detail::NestedRelease::Active()) {
+    release(*queue);
+  } else if (std::any_of(items_, items_ + count_, [](const Value& v) { return v.IsObject(); })) {
+    detail::NestedRelease::Outermost(release);
+  } else {
+    std::destroy(items_, items_ + count_);
   }
-  std::destroy(items_, end);
   if (OwnsItems()) detail::FreeNode(items_, capacity_ * sizeof(Value));
 }
 

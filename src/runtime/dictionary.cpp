@@ -337,6 +337,8 @@ struct Dictionary::Impl {
       size_ = static_cast<uint32_t>(from);
     }
     void clear() noexcept { truncate(0); }
+    // Empties the store whose entries the caller has destroyed itself.
+    void Forget() noexcept { size_ = 0; }
 
     // Empties the store without destroying the entries, which the caller
     // gets to destroy with TakenEntries. The dictionary's own block is not
@@ -549,12 +551,20 @@ Dictionary::~Dictionary() {
   // A live enumerator keeps shared entries; otherwise nested containers are
   // released one after another rather than one inside another.
   if (shared_ && shared_.use_count() != 1) return;
-  {
-    detail::NestedRelease release;
-    for (Impl::Entry& e : impl_->entries) {
-      release.Take(e.key);
-      release.Take(e.item);
+  Impl::EntryStore& entries = impl_->entries;
+  // One pass: object items are queued, everything else is let go here.
+  auto release = [&entries](auto& queue) __attribute__((always_inline)) {
+    for (Impl::Entry& e : entries) {
+      detail::NestedRelease::Take(e.key, queue);
+      detail::NestedRelease::Take(e.item, queue);
+      std::destroy_at(&e);
     }
+    entries.Forget();
+  };
+  if (detail::NestedRelease::Queue* queue = detail::NestedRelease::Active()) {
+    release(*queue);
+  } else {
+    detail::NestedRelease::Outermost(release);
   }
   if (!shared_) impl_->~Impl();
 }

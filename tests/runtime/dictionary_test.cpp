@@ -179,6 +179,21 @@ TEST(Dictionary, EnumeratorOutlivesTheDictionary) {
   }
 }
 
+// Keys and items that are objects go with the dictionary: one also held
+// elsewhere survives, its count back to that holder's, and the rest are
+// deleted (the sanitizer build checks that nothing is left over).
+TEST(Dictionary, ReleasesObjectKeysAndItems) {
+  Ref<Dictionary> held = MakeRef<Dictionary>();
+  {
+    Dictionary d;
+    d.Add(Value(held), Value(held));
+    d.Add(Value(MakeRef<Dictionary>()), Value(MakeRef<Dictionary>()));
+    d.Add(Value(u"x"), Value(held));
+    EXPECT_EQ(held->RefCount(), 4);
+  }
+  EXPECT_EQ(held->RefCount(), 1);
+}
+
 // 100,000 keys, removed oldest first while more are added: a removal that
 // shifted the entries or rebuilt the index would make this quadratic.
 TEST(Dictionary, ManyAddsAndRemoves) {

@@ -25,6 +25,7 @@ namespace kestrel {
 class Value;
 namespace detail {
 struct FreshReferences;
+class NestedRelease;
 }
 
 // How a member is called. The numbers are the late-binding call types that
@@ -44,7 +45,8 @@ class KESTREL_API Object {
   Object() = default;
   Object(const Object&) = delete;
   Object& operator=(const Object&) = delete;
-  virtual ~Object();
+  // Inline: every object of a released tree passes through it.
+  virtual ~Object() = default;
 
   // The class name clients see (TypeName), without the library prefix.
   virtual std::u16string_view TypeName() const noexcept = 0;
@@ -66,15 +68,19 @@ class KESTREL_API Object {
   // node of a parsed tree) die that way, and the locked instruction is most
   // of the cost of letting one go.
   void Release() const noexcept {
-    if (refs_.load(std::memory_order_acquire) == 1 ||
-        refs_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-      delete this;
-    }
+    if (DropReference()) delete this;
   }
   int32_t RefCount() const noexcept { return refs_.load(std::memory_order_relaxed); }
 
  private:
   friend struct detail::FreshReferences;
+  friend class detail::NestedRelease;
+  // Lets go of one reference; true when it was the last, and the caller is
+  // to delete the object.
+  bool DropReference() const noexcept {
+    return refs_.load(std::memory_order_acquire) == 1 ||
+           refs_.fetch_sub(1, std::memory_order_acq_rel) == 1;
+  }
   mutable std::atomic<int32_t> refs_{0};
 };
 
