@@ -625,13 +625,9 @@ class Reader {
 
   // The Collection of the elements on the element stack from `base` on.
   Value MakeList(size_t base) {
-    const std::span<Value> items = std::span<Value>(items_).subspan(base);
-    auto* list = Collection::WithRoom(static_cast<uint32_t>(items.size()));
-    Value done = FreshReferences::Adopt(list);
-    if (!items.empty()) {
-      list->Append(items);
-      items_.resize(base);
-    }
+    Value done =
+        FreshReferences::Adopt(Collection::WithItems(std::span<Value>(items_).subspan(base)));
+    items_.resize(base);
     return done;
   }
 
@@ -832,7 +828,13 @@ class Reader {
       }
       const size_t start = pos_;
       try {
-        items_.push_back(ReadScalar());
+        // Numbers read right here: lists of them are the commonest kind.
+        const char16_t c = s_[pos_];
+        if (c == u'-' || (c >= u'0' && c <= u'9')) {
+          items_.push_back(ReadNumber());
+        } else {
+          items_.push_back(ReadScalar());
+        }
       } catch (const RuntimeError& e) {
         OpenList(base);
         AppendFailure(e, From(pos_, kExcerptLength));
@@ -1106,7 +1108,7 @@ class Reader {
     return strings_.Get(scratch_);
   }
 
-  Value ReadNumber() {
+  [[gnu::always_inline]] Value ReadNumber() {
     return detail::NumberReader(s_, n_, pos_, large_integers_).Read();
   }
 

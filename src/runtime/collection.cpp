@@ -69,6 +69,14 @@ Collection::Collection(uint32_t room) noexcept
   static_assert(sizeof(Collection) % alignof(Value) == 0);
 }
 
+Collection* Collection::WithItems(std::span<Value> items) {
+  Collection* list = WithRoom(static_cast<uint32_t>(items.size()));
+  Value* room = list->RoomItems();
+  for (Value& item : items) ::new (room++) Value(std::move(item));
+  list->count_ = static_cast<uint32_t>(items.size());
+  return list;
+}
+
 Collection* Collection::WithRoom(uint32_t count) {
   if (count > static_cast<uint32_t>(INT32_MAX)) throw std::bad_alloc();
   void* block = detail::AllocateNode(sizeof(Collection) + size_t{count} * sizeof(Value));

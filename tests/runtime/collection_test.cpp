@@ -6,6 +6,7 @@
 #include <string>
 #include <tuple>
 #include <utility>
+#include <vector>
 
 #include "kestrel/frame/errors.hpp"
 #include "kestrel/frame/unicode.hpp"
@@ -138,15 +139,19 @@ TEST(Collection, ByName) {
 // items in their own block, which they keep using until they outgrow it.
 TEST(Collection, ShortListsInsertAndRemoveAnywhere) {
   const char16_t* const kItems[] = {u"a", u"b", u"c", u"d"};
-  for (int32_t room = -1; room <= 3; ++room) {
+  // room -2: made by WithItems, holding its n items from the start.
+  for (int32_t room = -2; room <= 3; ++room) {
     for (int32_t n = 0; n <= 4; ++n) {
       for (int32_t at = 1; at <= n + 1; ++at) {
         SCOPED_TRACE(room * 100 + n * 10 + at);
-        Ref<Collection> made(room < 0 ? new Collection() : Collection::WithRoom(uint32_t(room)));
+        std::vector<Value> given(kItems, kItems + n);
+        Ref<Collection> made(room == -2 ? Collection::WithItems(given)
+                             : room < 0 ? new Collection()
+                                        : Collection::WithRoom(uint32_t(room)));
         Collection& c = *made;
         std::u16string model;  // one unit per item
         for (int32_t i = 0; i < n; ++i) {
-          c.Add(Value(kItems[i]));
+          if (room != -2) c.Add(Value(kItems[i]));
           model += kItems[i];
         }
         const Value position(at);

@@ -63,6 +63,8 @@ class KESTREL_API Collection : public Dispatchable<Collection> {
   // plain Collection keeps its items in a block of their own). Like `new
   // Collection()`, nothing holds it yet. Raises std::bad_alloc.
   static Collection* WithRoom(uint32_t count);
+  // WithRoom(items.size()) holding `items`, moved out, in one step.
+  static Collection* WithItems(std::span<Value> items);
 
   // Collections are made and dropped by the thousand when data is parsed:
   // they come from the library's store of small blocks.
