@@ -82,10 +82,6 @@ bool IsKeyBlank(char16_t c) noexcept {
   return c == u' ' || c == u'\t' || c == u'\r' || c == u'\n';
 }
 
-char16_t AsciiLower(char16_t c) noexcept {
-  return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c + (u'a' - u'A')) : c;
-}
-
 int HexDigit(char16_t c) noexcept {
   if (c >= u'0' && c <= u'9') return c - u'0';
   if (c >= u'a' && c <= u'f') return c - u'a' + 10;
@@ -656,7 +652,8 @@ class Reader {
       bool repeated = false;
       if ((f.staged_hashes & bit) != 0) {
         for (size_t i = f.base; i < members_.size() && !repeated; ++i) {
-          repeated = members_[i].hash == f.key_hash && SameKey(members_[i].key.string(), key);
+          repeated = members_[i].hash == f.key_hash &&
+                     Dictionary::SameTextKey(members_[i].key.string(), key, compare_mode_);
         }
       }
       f.staged_hashes |= bit;
@@ -667,17 +664,6 @@ class Reader {
     }
     MakeDictionary(f, false, f.shape >= 0 ? member_counts_[static_cast<size_t>(f.shape)] : 0);
     return false;
-  }
-
-  // Key equality as the Dictionary has it for the keys staged: exact in
-  // binary mode, else ASCII letters without regard to case.
-  bool SameKey(std::u16string_view a, std::u16string_view b) const noexcept {
-    if (a.size() != b.size()) return false;
-    if (compare_mode_ == 0) return a == b;
-    for (size_t i = 0; i < a.size(); ++i) {
-      if (a[i] != b[i] && AsciiLower(a[i]) != AsciiLower(b[i])) return false;
-    }
-    return true;
   }
 
   void AddQuietly(Frame& f, Value&& item) {

@@ -589,6 +589,11 @@ void Dictionary::Add(const Value& key, Value item) {
   impl_->Append(key, std::move(item), std::move(p));
 }
 
+bool Dictionary::SameTextKey(std::u16string_view a, std::u16string_view b,
+                             int32_t compare_mode) noexcept {
+  return TextEqual(a, b, compare_mode != 0);
+}
+
 void Dictionary::AppendDistinctText(std::span<TextMember> members) {
   Impl& d = *impl_;
   if (members.size() >= Impl::kGone - d.entries.size()) RaiseStandard(errors::kOutOfMemory);

@@ -61,6 +61,10 @@ class KESTREL_API Dictionary : public Dispatchable<Dictionary> {
   // The hash of a text key, as AddText takes it; `ascii` is set when the
   // text is all ASCII.
   static uint32_t TextKeyHash(std::u16string_view text, bool& ascii) noexcept;
+  // Whether two text keys are one key in a dictionary of this compare
+  // mode, when both are ASCII or the mode is binary (0).
+  static bool SameTextKey(std::u16string_view a, std::u16string_view b,
+                          int32_t compare_mode) noexcept;
   // A member for AppendDistinctText: a text key with its TextKeyHash.
   struct TextMember {
     TextMember(Value&& k, Value&& i, uint32_t h) noexcept
