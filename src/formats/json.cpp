@@ -647,15 +647,8 @@ class Reader {
   // the object has outgrown the stage.
   bool Stage(Frame& f, Value&& item) {
     if (members_.size() - f.base < kStagedMembers && (f.key_ascii || compare_mode_ == 0)) {
-      const std::u16string_view key = f.key.string();
       const uint64_t bit = uint64_t{1} << (f.key_hash >> 26);
-      bool repeated = false;
-      if ((f.staged_hashes & bit) != 0) {
-        for (size_t i = f.base; i < members_.size() && !repeated; ++i) {
-          repeated = members_[i].hash == f.key_hash &&
-                     Dictionary::SameTextKey(members_[i].key.string(), key, compare_mode_);
-        }
-      }
+      const bool repeated = (f.staged_hashes & bit) != 0 && IsStaged(f);
       f.staged_hashes |= bit;
       if (!repeated) {
         members_.emplace_back(std::move(f.key), std::move(item), f.key_hash);
@@ -663,6 +656,18 @@ class Reader {
       }
     }
     MakeDictionary(f, false, f.shape >= 0 ? member_counts_[static_cast<size_t>(f.shape)] : 0);
+    return false;
+  }
+
+  // Whether the member being read repeats a key staged before it.
+  [[gnu::noinline]] bool IsStaged(const Frame& f) const noexcept {
+    const std::u16string_view key = f.key.string();
+    for (size_t i = f.base; i < members_.size(); ++i) {
+      if (members_[i].hash == f.key_hash &&
+          Dictionary::SameTextKey(members_[i].key.string(), key, compare_mode_)) {
+        return true;
+      }
+    }
     return false;
   }
 
