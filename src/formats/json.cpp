@@ -971,6 +971,9 @@ class Reader {
     if (f.members != UINT16_MAX) ++f.members;
   }
 
+  // Out of line: it holds a whole copy of the number reader and has two
+  // callers (ReadMember, and ReadList for what is not a number); inlining
+  // it into both would only grow the reader's loop.
   [[gnu::noinline]] Value ReadScalar() {
     if (pos_ < n_) {
       switch (s_[pos_]) {
