@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <climits>
 #include <cmath>
 #include <cstring>
 #include <new>
@@ -166,62 +167,80 @@ void SetNumber(Probe& p, double d) noexcept {
   }
 }
 
-Probe MakeProbe(const Value& key, CompareMethod mode) {
-  Probe p;
+// The probe of a key that is not text; false for a text key.
+bool SetScalar(Probe& p, const Value& key) {
   switch (static_cast<Kind>(key.code())) {
     case Kind::kEmpty:
       SetBits(p, KeyTag::kEmpty, 0);
-      break;
+      return true;
     case Kind::kNull:
       SetBits(p, KeyTag::kNull, 0);
-      break;
+      return true;
     case Kind::kInteger:
     case Kind::kBoolean:  // True is -1, False 0
       SetBits(p, KeyTag::kWhole, static_cast<uint64_t>(int64_t{key.integer()}));
-      break;
+      return true;
     case Kind::kLong:
       SetBits(p, KeyTag::kWhole, static_cast<uint64_t>(int64_t{key.long_value()}));
-      break;
+      return true;
     case Kind::kByte:
       SetBits(p, KeyTag::kWhole, key.byte());
-      break;
+      return true;
     case Kind::kLongLong:
       SetBits(p, KeyTag::kWhole, static_cast<uint64_t>(key.long_long()));
-      break;
+      return true;
     case Kind::kSingle:
       SetNumber(p, key.single());
-      break;
+      return true;
     case Kind::kDouble:
       SetNumber(p, key.dbl());
-      break;
+      return true;
     case Kind::kDate:
       SetNumber(p, key.date());
-      break;
-    case Kind::kString: {
-      // Database mode compares as text mode does.
-      const bool fold = mode != CompareMethod::kBinary;
-      p.tag = KeyTag::kText;
-      p.text = key.string();
-      // Binary mode hashes as text mode does for ASCII (with "A".."Z"
-      // folded), so that one hash serves a key in either mode; equal texts
-      // still hash alike, and matching stays exact.
-      if (!fold) {
-        p.hash = HashText(p.text, true);
-      } else if (!HashAsciiText(p.text, p.hash)) {
-        p.folded = Value(detail::FoldKeyCase(p.text));
-        p.text = p.folded.string();
-        p.hash = HashText(p.text, true);
-      }
-      break;
-    }
+      return true;
+    case Kind::kString:
+      return false;
     case Kind::kObject:
       SetBits(p, KeyTag::kObject, reinterpret_cast<uintptr_t>(key.object()));
-      break;
+      return true;
     default:
       // Arrays and Error-kind values (Missing included) cannot be keys.
       RaiseStandard(errors::kTypeMismatch);
   }
+}
+
+Probe MakeProbe(const Value& key, CompareMethod mode) {
+  Probe p;
+  if (SetScalar(p, key)) return p;
+  // Database mode compares as text mode does.
+  const bool fold = mode != CompareMethod::kBinary;
+  p.tag = KeyTag::kText;
+  p.text = key.string();
+  // Binary mode hashes as text mode does for ASCII (with "A".."Z"
+  // folded), so that one hash serves a key in either mode; equal texts
+  // still hash alike, and matching stays exact.
+  if (!fold) {
+    p.hash = HashText(p.text, true);
+  } else if (!HashAsciiText(p.text, p.hash)) {
+    p.folded = Value(detail::FoldKeyCase(p.text));
+    p.text = p.folded.string();
+    p.hash = HashText(p.text, true);
+  }
   return p;
+}
+
+// Whether the full case foldings of two texts are equal, without making
+// them: a stored key outside ASCII against a probe's (folded) text.
+bool FoldedEqual(std::u16string_view a, std::u16string_view b) noexcept {
+  // ICU counts in int32_t. A kept key outside ASCII is far shorter (its
+  // folding was made once), and a longer probe cannot fold to the same.
+  if (a.size() > INT32_MAX || b.size() > INT32_MAX) return false;
+  UErrorCode status = U_ZERO_ERROR;
+  const int32_t order = u_strCaseCompare(
+      reinterpret_cast<const UChar*>(a.data()), static_cast<int32_t>(a.size()),
+      reinterpret_cast<const UChar*>(b.data()), static_cast<int32_t>(b.size()),
+      U_FOLD_CASE_DEFAULT, &status);
+  return U_SUCCESS(status) && order == 0;
 }
 
 }  // namespace
@@ -235,11 +254,6 @@ Probe MakeProbe(const Value& key, CompareMethod mode) {
 // compactions. Every entry also carries a sequence number that only grows,
 // so a live enumerator can find its place again after any change.
 struct Dictionary::Impl {
-  // What an entry keeps of its key's probe.
-  static Value MatchOf(Probe&& p) noexcept {
-    return p.tag == KeyTag::kText ? std::move(p.folded) : Value(static_cast<int64_t>(p.bits));
-  }
-
   static constexpr size_t kLinearLimit = 8;
   static constexpr uint32_t kFree = UINT32_MAX;
   static constexpr uint32_t kGone = UINT32_MAX - 1;
@@ -247,33 +261,40 @@ struct Dictionary::Impl {
   struct Entry {
     Value key;  // as first added (or as last renamed by SetKey)
     Value item;
-    // Text keys: the folding of a non-ASCII key in text mode, else Empty
-    // (the key's own text is used). Other keys: a LongLong of the bits.
-    Value match;
     uint64_t sequence;  // ascending along `entries`
     uint32_t hash;
     KeyTag tag;
     bool live = true;
+    // A text key outside ASCII in text mode: it matches through its full
+    // case folding, which is not kept (keys like that are rare, and the
+    // entry stays small for the common ones) but compared as it folds.
+    bool folded;
 
-    Entry(Value&& k, Value&& i, Value&& m, uint64_t s, uint32_t h, KeyTag t) noexcept
-        : key(std::move(k)), item(std::move(i)), match(std::move(m)), sequence(s), hash(h), tag(t) {}
+    Entry(Value&& k, Value&& i, uint64_t s, uint32_t h, KeyTag t, bool f) noexcept
+        : key(std::move(k)), item(std::move(i)), sequence(s), hash(h), tag(t), folded(f) {}
     // A text key matched through its own text.
     Entry(Value&& k, Value&& i, uint64_t s, uint32_t h) noexcept
-        : key(std::move(k)), item(std::move(i)), sequence(s), hash(h), tag(KeyTag::kText) {}
+        : key(std::move(k)), item(std::move(i)), sequence(s), hash(h), tag(KeyTag::kText),
+          folded(false) {}
 
-    std::u16string_view Text() const noexcept {
-      return match.IsString() ? match.string() : key.string();
+    // Whether this entry's text key is `text`, a key's own text or, for a
+    // text key outside ASCII in text mode, its folding.
+    bool SameText(std::u16string_view text, bool fold) const noexcept {
+      return folded ? FoldedEqual(key.string(), text) : TextEqual(key.string(), text, fold);
     }
     bool Matches(const Probe& p, bool fold) const noexcept {
       if (hash != p.hash || tag != p.tag) return false;
-      if (tag != KeyTag::kText) return static_cast<uint64_t>(match.long_long()) == p.bits;
-      return TextEqual(Text(), p.text, fold);
+      if (tag == KeyTag::kText) return SameText(p.text, fold);
+      // Matching bits are a function of the key: made again, not kept.
+      Probe mine;
+      SetScalar(mine, key);
+      return mine.bits == p.bits;
     }
-    void SetKey(const Value& k, Probe&& p) {
+    void SetKey(const Value& k, const Probe& p) {
       key = k;
-      match = MatchOf(std::move(p));
       hash = p.hash;
       tag = p.tag;
+      folded = !p.folded.IsEmpty();
     }
   };
 
@@ -445,19 +466,19 @@ struct Dictionary::Impl {
   // as Find for a text probe, without building one.
   const Entry* FindText(std::u16string_view text, uint32_t hash, bool fold) const noexcept {
     return FindBy(hash, [&](const Entry& e) {
-      return e.hash == hash && e.tag == KeyTag::kText && TextEqual(e.Text(), text, fold);
+      return e.hash == hash && e.tag == KeyTag::kText && e.SameText(text, fold);
     });
   }
 
   // Appends a new entry; the caller has checked that the key is absent.
-  Entry& Append(Value key, Value item, Probe&& p) {
-    return Append(std::move(key), std::move(item), MatchOf(std::move(p)), p.hash, p.tag);
+  Entry& Append(Value key, Value item, const Probe& p) {
+    return Append(std::move(key), std::move(item), p.hash, p.tag, !p.folded.IsEmpty());
   }
-  Entry& Append(Value&& key, Value&& item, Value&& match, uint32_t hash, KeyTag tag) {
+  Entry& Append(Value&& key, Value&& item, uint32_t hash, KeyTag tag, bool folded) {
     if (entries.size() >= kGone) RaiseStandard(errors::kOutOfMemory);
     if (entries.empty()) entries.reserve(2);
-    Entry& e = entries.emplace_back(std::move(key), std::move(item), std::move(match),
-                                    next_sequence, hash, tag);
+    Entry& e = entries.emplace_back(std::move(key), std::move(item), next_sequence, hash,
+                                    tag, folded);
     ++next_sequence;
     ++live;
     const auto position = static_cast<uint32_t>(entries.size() - 1);
@@ -484,7 +505,6 @@ struct Dictionary::Impl {
     // expects a removed object to be let go.
     Value key = std::move(entry.key);
     Value item = std::move(entry.item);
-    entry.match = Value();
     --live;
     const size_t removed = entries.size() - live;
     if (live == 0) {
@@ -586,7 +606,7 @@ void Dictionary::operator delete(Dictionary* self, std::destroying_delete_t) noe
 void Dictionary::Add(const Value& key, Value item) {
   Probe p = MakeProbe(key, KeyMode());
   if (impl_->Find(p, TextMode())) RaiseStandard(errors::kDuplicateKey);
-  impl_->Append(key, std::move(item), std::move(p));
+  impl_->Append(key, std::move(item), p);
 }
 
 bool Dictionary::SameTextKey(std::u16string_view a, std::u16string_view b,
@@ -620,7 +640,7 @@ void Dictionary::AddText(Value&& key, uint32_t hash, bool ascii, Value item) {
   if (impl_->FindText(key.string(), hash, TextMode()) != nullptr) {
     RaiseStandard(errors::kDuplicateKey);
   }
-  impl_->Append(std::move(key), std::move(item), Value(), hash, KeyTag::kText);
+  impl_->Append(std::move(key), std::move(item), hash, KeyTag::kText, false);
 }
 
 uint32_t Dictionary::TextKeyHash(std::u16string_view text, bool& ascii) noexcept {
@@ -634,7 +654,7 @@ Value Dictionary::Item(const Value& key) {
   if (Impl::Entry* e = impl_->Find(p, TextMode())) return e->item;
   // Reading a missing key adds it: the runtime's dictionary does, and code
   // written against it relies on d(k) = d(k) + 1 working for a new k.
-  impl_->Append(key, Value(), std::move(p));
+  impl_->Append(key, Value(), p);
   return Value();
 }
 
@@ -643,7 +663,7 @@ void Dictionary::SetItem(const Value& key, Value item) {
   if (Impl::Entry* e = impl_->Find(p, TextMode())) {
     e->item = std::move(item);  // the key keeps its first spelling and kind
   } else {
-    impl_->Append(key, std::move(item), std::move(p));
+    impl_->Append(key, std::move(item), p);
   }
 }
 
@@ -657,7 +677,7 @@ void Dictionary::SetKey(const Value& key, const Value& new_key) {
   // The entry keeps its place in the order; only its table slot moves.
   const auto position = static_cast<uint32_t>(e - impl_->entries.data());
   if (!impl_->table.empty()) impl_->table[impl_->SlotOf(e->hash, position)] = Impl::kGone;
-  e->SetKey(new_key, std::move(p));
+  e->SetKey(new_key, p);
   if (!impl_->table.empty()) impl_->Place(e->hash, position);
 }
 

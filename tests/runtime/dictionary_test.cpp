@@ -43,6 +43,9 @@ TEST(Dictionary, KeyEquality) {
       {"Empty / Null", Value(), Value::Null(), kBin, false},
       {"abc / ABC database", Value(u"abc"), Value(u"ABC"), CompareMethod::kDatabase, true},
       {"full folding", Value(u"Straße"), Value(u"STRASSE"), kText, true},
+      {"Kelvin sign / k", Value(u"\u212A"), Value(u"k"), kText, true},
+      {"k / Kelvin sign", Value(u"k"), Value(u"\u212A"), kText, true},
+      {"Kelvin sign / k binary", Value(u"\u212A"), Value(u"k"), kBin, false},
       {"other object", Value(obj), Value(other), kBin, false},
   };
   for (const auto& [what, a, b, mode, same] : cases) {
