@@ -36,14 +36,14 @@ struct FreshReferences {
   static Value Adopt(Object* fresh) noexcept {
     fresh->refs_.store(1, std::memory_order_relaxed);
     Value held;
-    held.code_ = uint16_t(Kind::kObject);
+    held.head_ = uint16_t(Kind::kObject);
     held.obj_ = fresh;
     return held;
   }
   // A copy of a string that its count does not know of yet.
   static Value Uncounted(const Value& text) noexcept {
     Value copy;
-    copy.code_ = text.code_;
+    copy.head_ = text.head_;
     copy.bits_ = text.bits_;
     return copy;
   }

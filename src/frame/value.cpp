@@ -203,11 +203,11 @@ Value DefaultOf(Kind kind) {
 
 // --- construction and lifetime ----------------------------------------------
 
-Value::Value(std::u16string_view text) : code_(uint16_t(Kind::kString)), pad_{}, bits_(0) {
+Value::Value(std::u16string_view text) : head_(uint16_t(Kind::kString)), bits_(0) {
   if (!text.empty()) str_ = detail::MakeString(text);
 }
 
-Value::Value(Object* object) noexcept : code_(uint16_t(Kind::kObject)), pad_{}, bits_(0) {
+Value::Value(Object* object) noexcept : head_(uint16_t(Kind::kObject)), bits_(0) {
   obj_ = object;
   if (obj_) obj_->AddRef();
 }
@@ -250,11 +250,11 @@ Value Value::VariantArray(std::span<const Value> items, int32_t lower) {
 }
 
 void Value::Retain() const noexcept {
-  if (code_ & kArrayFlag) {
+  if (code() & kArrayFlag) {
     if (arr_) arr_->refs.fetch_add(1, std::memory_order_relaxed);
-  } else if (code_ == uint16_t(Kind::kString)) {
+  } else if (code() == uint16_t(Kind::kString)) {
     if (str_) str_->refs.fetch_add(1, std::memory_order_relaxed);
-  } else if (code_ == uint16_t(Kind::kObject)) {
+  } else if (code() == uint16_t(Kind::kObject)) {
     if (obj_) obj_->AddRef();
   }
 }
@@ -273,10 +273,10 @@ namespace {
 void Value::Release() noexcept {
   // Strings apart: most releases are of strings, and their path calls
   // nothing in the common cases, so it needs no stack frame.
-  if (code_ == uint16_t(Kind::kString)) {
+  if (code() == uint16_t(Kind::kString)) {
     if (str_) detail::ReleaseString(str_);
   } else {
-    ReleaseHeld(code_, arr_, obj_);
+    ReleaseHeld(code(), arr_, obj_);
   }
   bits_ = 0;
 }
@@ -284,7 +284,7 @@ void Value::Release() noexcept {
 // --- scalars ------------------------------------------------------------------
 
 bool Value::IsNumeric() const noexcept {
-  switch (static_cast<Kind>(code_)) {
+  switch (static_cast<Kind>(code())) {
     case Kind::kInteger: case Kind::kLong: case Kind::kSingle: case Kind::kDouble:
     case Kind::kDate: case Kind::kBoolean: case Kind::kByte: case Kind::kLongLong:
       return true;
@@ -296,7 +296,7 @@ bool Value::IsNumeric() const noexcept {
 std::string Value::ToUtf8String() const { return kestrel::ToUtf8(string()); }
 
 bool Value::SharesStorageWith(const Value& other) const noexcept {
-  return code_ == other.code_ && bits_ == other.bits_ && bits_ != 0 &&
+  return head_ == other.head_ && bits_ == other.bits_ && bits_ != 0 &&
          (IsArray() || IsString() || IsObject());
 }
 
