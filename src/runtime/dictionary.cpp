@@ -1,8 +1,10 @@
 #include "kestrel/runtime/dictionary.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <climits>
+#include <cstddef>
 #include <cmath>
 #include <cstring>
 #include <new>
@@ -304,13 +306,13 @@ struct Dictionary::Impl {
   class EntryStore {
    public:
     EntryStore() noexcept = default;
-    EntryStore(Entry* block, uint32_t room) noexcept
-        : data_(block), capacity_(room), inline_(block) {}
+    EntryStore(Entry* block, uint32_t room) noexcept : data_(block), capacity_(room) {}
     EntryStore(EntryStore&& other) {
-      if (other.data_ != other.inline_) {
+      if (other.owned_) {
         std::swap(data_, other.data_);
         std::swap(size_, other.size_);
         std::swap(capacity_, other.capacity_);
+        std::swap(owned_, other.owned_);
         return;
       }
       reserve(other.size_);
@@ -344,6 +346,7 @@ struct Dictionary::Impl {
       Free();
       data_ = block;
       capacity_ = static_cast<uint32_t>(capacity);
+      owned_ = true;
     }
     template <class... Args>
     Entry& emplace_back(Args&&... args) {
@@ -374,30 +377,74 @@ struct Dictionary::Impl {
       }
     };
     TakenEntries TakeAll() noexcept {
-      TakenEntries taken{data_, size_, capacity_, data_ != inline_};
-      data_ = inline_ = nullptr;
+      TakenEntries taken{data_, size_, capacity_, owned_};
+      data_ = nullptr;
       size_ = capacity_ = 0;
+      owned_ = false;
       return taken;
     }
 
    private:
     void Free() noexcept {
-      if (data_ != inline_) detail::FreeNode(data_, capacity_ * sizeof(Entry));
+      if (owned_) detail::FreeNode(data_, capacity_ * sizeof(Entry));
     }
 
     Entry* data_ = nullptr;
     uint32_t size_ = 0;
     uint32_t capacity_ = 0;
-    Entry* inline_ = nullptr;
+    bool owned_ = false;  // data_ is a block of its own, not the dictionary's
   };
+
+  // The hash table's slots, in a block from the node store: a vector's
+  // size and data without its third word, as dictionaries are made by the
+  // thousand and most never have a table.
+  class SlotTable {
+   public:
+    SlotTable() noexcept = default;
+    SlotTable(SlotTable&& other) noexcept
+        : slots_(std::exchange(other.slots_, nullptr)), size_(std::exchange(other.size_, 0)) {}
+    SlotTable& operator=(SlotTable&&) = delete;
+    ~SlotTable() { clear(); }
+
+    bool empty() const noexcept { return size_ == 0; }
+    size_t size() const noexcept { return size_; }
+    uint32_t& operator[](size_t i) noexcept { return slots_[i]; }
+    uint32_t operator[](size_t i) const noexcept { return slots_[i]; }
+    // `size` slots, each `value`. Raises std::bad_alloc, the table then
+    // as it was.
+    void assign(size_t size, uint32_t value) {
+      if (size != size_) {
+        auto* block = static_cast<uint32_t*>(detail::AllocateNode(size * sizeof(uint32_t)));
+        clear();
+        slots_ = block;
+        size_ = static_cast<uint32_t>(size);
+      }
+      std::fill_n(slots_, size_, value);
+    }
+    void clear() noexcept {
+      if (slots_ != nullptr) detail::FreeNode(slots_, size_ * sizeof(uint32_t));
+      slots_ = nullptr;
+      size_ = 0;
+    }
+
+   private:
+    uint32_t* slots_ = nullptr;
+    uint32_t size_ = 0;
+  };
+
+  // Entries moved to the heap for an enumerator that may outlive the
+  // dictionary (see NewEnum), held by both until the last lets go.
+  struct Shared;
 
   Impl() noexcept = default;
   Impl(Entry* block, uint32_t room) noexcept : entries(block, room) {}
 
-  EntryStore entries;
-  std::vector<uint32_t, detail::NodeAllocator<uint32_t>> table;  // empty while look-ups scan
-  size_t live = 0;
-  size_t table_filled = 0;  // slots that are not kFree
+  // The members pack into each other's padding: the dictionary's own
+  // block holds this whole.
+  [[no_unique_address]] EntryStore entries;
+  uint32_t live = 0;
+  [[no_unique_address]] SlotTable table;  // empty while look-ups scan
+  uint32_t table_filled = 0;  // slots that are not kFree
   uint64_t next_sequence = 0;
 
   // The first entry still present whose sequence number is `sequence` or
@@ -452,7 +499,7 @@ struct Dictionary::Impl {
   void Rebuild() {
     // Sized for every entry there is room for, so that filling a reserved
     // dictionary rebuilds the table once.
-    const size_t expected = std::max(live, entries.capacity());
+    const size_t expected = std::max(size_t{live}, entries.capacity());
     size_t size = 16;
     while (size < expected * 2 + 2) size *= 2;
     table.assign(size, kFree);
@@ -528,7 +575,7 @@ struct Dictionary::Impl {
     entries.truncate(out);
     if (!table.empty()) {
       // Same size, fewer entries: refilling cannot need more memory.
-      std::fill(table.begin(), table.end(), kFree);
+      table.assign(table.size(), kFree);
       table_filled = 0;
       for (size_t k = 0; k < entries.size(); ++k) Place(entries[k].hash, static_cast<uint32_t>(k));
     }
@@ -547,15 +594,34 @@ struct Dictionary::Impl {
   }
 };
 
+struct Dictionary::Impl::Shared {
+  Impl impl;
+  std::atomic<uint32_t> holders{1};
+
+  // The Shared whose impl this is.
+  static Shared* Of(Impl* impl) noexcept {
+    static_assert(offsetof(Shared, impl) == 0);
+    return reinterpret_cast<Shared*>(impl);
+  }
+  void Hold() noexcept { holders.fetch_add(1, std::memory_order_relaxed); }
+  // Lets go of one hold; true when it was the last, and the caller is to
+  // delete it.
+  bool Drop() noexcept { return holders.fetch_sub(1, std::memory_order_acq_rel) == 1; }
+};
+
 KESTREL_REGISTER_CLASS(Dictionary, Dictionary::kQualifiedName, Instancing::kCreatable);
 
 Dictionary::Dictionary() : impl_(new (storage_) Impl()) {
   static_assert(sizeof(Impl) <= kImplSize && alignof(Impl) <= 8);
 }
 
+bool Dictionary::SharesEntries() const noexcept {
+  return impl_ != reinterpret_cast<const Impl*>(storage_);
+}
+
 Dictionary::Dictionary(uint32_t room, int32_t compare_mode) noexcept
-    : impl_(new (storage_) Impl(reinterpret_cast<Impl::Entry*>(this + 1), room)),
-      compare_mode_(compare_mode),
+    : compare_mode_(compare_mode),
+      impl_(new (storage_) Impl(reinterpret_cast<Impl::Entry*>(this + 1), room)),
       room_(room) {
   static_assert(sizeof(Dictionary) % alignof(Impl::Entry) == 0);
 }
@@ -570,7 +636,8 @@ Dictionary* Dictionary::WithRoom(uint32_t count, int32_t compare_mode) {
 Dictionary::~Dictionary() {
   // A live enumerator keeps shared entries; otherwise nested containers are
   // released one after another rather than one inside another.
-  if (shared_ && shared_.use_count() != 1) return;
+  const bool shared = SharesEntries();
+  if (shared && !Impl::Shared::Of(impl_)->Drop()) return;
   Impl::EntryStore& entries = impl_->entries;
   // One pass: object items are queued, everything else is let go here.
   auto release = [&entries](auto& queue) __attribute__((always_inline)) {
@@ -586,7 +653,11 @@ Dictionary::~Dictionary() {
   } else {
     detail::NestedRelease::Outermost(release);
   }
-  if (!shared_) impl_->~Impl();
+  if (shared) {
+    delete Impl::Shared::Of(impl_);
+  } else {
+    impl_->~Impl();
+  }
 }
 
 void* Dictionary::operator new(size_t size) {
@@ -621,7 +692,7 @@ void Dictionary::AppendDistinctText(std::span<TextMember> members) {
   for (TextMember& m : members) {
     d.entries.emplace_back(std::move(m.key), std::move(m.item), d.next_sequence++, m.hash);
   }
-  d.live += members.size();
+  d.live += static_cast<uint32_t>(members.size());
   if (!d.table.empty() || d.entries.size() > Impl::kLinearLimit) {
     try {
       d.Rebuild();
@@ -728,11 +799,17 @@ void Dictionary::SetCompareMode(int32_t mode) {
 // last key the enumerator stays at its end until Reset.
 class Dictionary::KeyEnumerator : public Dispatchable<KeyEnumerator>, public Enumerator {
  public:
-  // Holds either the dictionary or its shared entries.
-  KeyEnumerator(Ref<Object> owner, std::shared_ptr<const Impl> shared, const Impl* entries)
-      : owner_(std::move(owner)), shared_(std::move(shared)), entries_(entries) {
+  // Holds either the dictionary or its shared entries (a hold already
+  // taken for it).
+  KeyEnumerator(Ref<Object> owner, Impl::Shared* shared, const Impl* entries)
+      : owner_(std::move(owner)), shared_(shared), entries_(entries) {
     Reset();
   }
+  ~KeyEnumerator() override {
+    if (shared_ != nullptr && shared_->Drop()) delete shared_;
+  }
+  KeyEnumerator(const KeyEnumerator&) = delete;
+  KeyEnumerator& operator=(const KeyEnumerator&) = delete;
 
   bool Next(Value& out) override {
     const Impl::Entry* e = at_end_ ? nullptr : entries_->FirstPresentFrom(next_);
@@ -761,7 +838,7 @@ class Dictionary::KeyEnumerator : public Dispatchable<KeyEnumerator>, public Enu
 
  private:
   Ref<Object> owner_;
-  std::shared_ptr<const Impl> shared_;
+  Impl::Shared* shared_;
   const Impl* entries_;
   uint64_t next_ = 0;
   bool at_end_ = true;
@@ -769,12 +846,19 @@ class Dictionary::KeyEnumerator : public Dispatchable<KeyEnumerator>, public Enu
 
 Ref<Object> Dictionary::NewEnum() {
   if (RefCount() > 0) return MakeRef<KeyEnumerator>(Ref<Object>(this), nullptr, impl_);
-  if (!shared_) {
-    shared_ = std::make_shared<Impl>(std::move(*impl_));
+  if (!SharesEntries()) {
+    auto* shared = new Impl::Shared{Impl(std::move(*impl_))};
     impl_->~Impl();
-    impl_ = shared_.get();
+    impl_ = &shared->impl;
   }
-  return MakeRef<KeyEnumerator>(nullptr, shared_, impl_);
+  auto* shared = Impl::Shared::Of(impl_);
+  shared->Hold();
+  try {
+    return MakeRef<KeyEnumerator>(nullptr, shared, impl_);
+  } catch (...) {
+    shared->Drop();  // the dictionary still holds it
+    throw;
+  }
 }
 
 const DispatchTable<Dictionary>& Dictionary::Dispatch() {

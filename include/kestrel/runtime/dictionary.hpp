@@ -33,7 +33,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <new>
 #include <span>
 #include <string>
@@ -128,16 +127,18 @@ class KESTREL_API Dictionary : public Dispatchable<Dictionary> {
   }
   bool TextMode() const noexcept { return compare_mode_ != 0; }
 
+  // Whether impl_ is the heap copy shared with enumerators, not storage_.
+  bool SharesEntries() const noexcept;
+
   // The entries live in storage_, inside the dictionary. An enumerator of
   // a dictionary held by reference count holds the dictionary; one made
   // while nothing counts it (a dictionary on the stack cannot be kept alive
   // that way) first moves the entries to the heap, shared with it, since it
   // may outlive the dictionary.
-  static constexpr size_t kImplSize = 72;
+  static constexpr size_t kImplSize = 48;
+  int32_t compare_mode_ = 0;  // first: it fits beside Object's count
   Impl* impl_;
-  std::shared_ptr<Impl> shared_;
   alignas(8) unsigned char storage_[kImplSize];
-  int32_t compare_mode_ = 0;
   uint32_t room_ = 0;  // entries the object's own block has room for
 };
 
