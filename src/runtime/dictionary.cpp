@@ -4,8 +4,8 @@
 #include <atomic>
 #include <bit>
 #include <climits>
-#include <cstddef>
 #include <cmath>
+#include <cstddef>
 #include <cstring>
 #include <new>
 #include <string_view>
@@ -238,10 +238,10 @@ bool FoldedEqual(std::u16string_view a, std::u16string_view b) noexcept {
   // folding was made once), and a longer probe cannot fold to the same.
   if (a.size() > INT32_MAX || b.size() > INT32_MAX) return false;
   UErrorCode status = U_ZERO_ERROR;
-  const int32_t order = u_strCaseCompare(
-      reinterpret_cast<const UChar*>(a.data()), static_cast<int32_t>(a.size()),
-      reinterpret_cast<const UChar*>(b.data()), static_cast<int32_t>(b.size()),
-      U_FOLD_CASE_DEFAULT, &status);
+  const int32_t order =
+      u_strCaseCompare(reinterpret_cast<const UChar*>(a.data()), static_cast<int32_t>(a.size()),
+                       reinterpret_cast<const UChar*>(b.data()), static_cast<int32_t>(b.size()),
+                       U_FOLD_CASE_DEFAULT, &status);
   return U_SUCCESS(status) && order == 0;
 }
 
@@ -276,7 +276,11 @@ struct Dictionary::Impl {
         : key(std::move(k)), item(std::move(i)), sequence(s), hash(h), tag(t), folded(f) {}
     // A text key matched through its own text.
     Entry(Value&& k, Value&& i, uint64_t s, uint32_t h) noexcept
-        : key(std::move(k)), item(std::move(i)), sequence(s), hash(h), tag(KeyTag::kText),
+        : key(std::move(k)),
+          item(std::move(i)),
+          sequence(s),
+          hash(h),
+          tag(KeyTag::kText),
           folded(false) {}
 
     // Whether this entry's text key is `text`, a key's own text or, for a
@@ -444,7 +448,7 @@ struct Dictionary::Impl {
   [[no_unique_address]] EntryStore entries;
   uint32_t live = 0;
   [[no_unique_address]] SlotTable table;  // empty while look-ups scan
-  uint32_t table_filled = 0;  // slots that are not kFree
+  uint32_t table_filled = 0;              // slots that are not kFree
   uint64_t next_sequence = 0;
 
   // The first entry still present whose sequence number is `sequence` or
@@ -524,8 +528,8 @@ struct Dictionary::Impl {
   Entry& Append(Value&& key, Value&& item, uint32_t hash, KeyTag tag, bool folded) {
     if (entries.size() >= kGone) RaiseStandard(errors::kOutOfMemory);
     if (entries.empty()) entries.reserve(2);
-    Entry& e = entries.emplace_back(std::move(key), std::move(item), next_sequence, hash,
-                                    tag, folded);
+    Entry& e =
+        entries.emplace_back(std::move(key), std::move(item), next_sequence, hash, tag, folded);
     ++next_sequence;
     ++live;
     const auto position = static_cast<uint32_t>(entries.size() - 1);

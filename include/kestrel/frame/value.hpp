@@ -36,18 +36,18 @@ namespace kestrel {
 enum class Kind : uint16_t {
   kEmpty = 0,
   kNull = 1,
-  kInteger = 2,   // signed 16-bit
-  kLong = 3,      // signed 32-bit
-  kSingle = 4,    // 32-bit float
-  kDouble = 5,    // 64-bit float
-  kDate = 7,      // days since 1899-12-30, fraction = time of day
-  kString = 8,    // UTF-16 code units, any unit allowed (NUL included)
-  kObject = 9,    // object reference or Nothing
-  kError = 10,    // 32-bit status code (Missing is one of them)
-  kBoolean = 11,  // True -1, False 0
-  kVariant = 12,  // element kind of an array of Values
-  kByte = 17,     // unsigned 8-bit
-  kLongLong = 20, // signed 64-bit; carries addresses and handles
+  kInteger = 2,    // signed 16-bit
+  kLong = 3,       // signed 32-bit
+  kSingle = 4,     // 32-bit float
+  kDouble = 5,     // 64-bit float
+  kDate = 7,       // days since 1899-12-30, fraction = time of day
+  kString = 8,     // UTF-16 code units, any unit allowed (NUL included)
+  kObject = 9,     // object reference or Nothing
+  kError = 10,     // 32-bit status code (Missing is one of them)
+  kBoolean = 11,   // True -1, False 0
+  kVariant = 12,   // element kind of an array of Values
+  kByte = 17,      // unsigned 8-bit
+  kLongLong = 20,  // signed 64-bit; carries addresses and handles
 };
 
 inline constexpr uint16_t kArrayFlag = 0x2000;
@@ -287,7 +287,9 @@ class KESTREL_API Value {
 
 static_assert(sizeof(Value) == 16, "Value must stay 16 bytes");
 
-inline void swap(Value& a, Value& b) noexcept { a.swap(b); }
+inline void swap(Value& a, Value& b) noexcept {
+  a.swap(b);
+}
 
 // The default value of an element kind: 0 of that kind, "" for String,
 // Nothing for Object, Empty for Variant.
