@@ -22,67 +22,28 @@ StringRep* MakeString(std::u16string_view text) {
   std::memcpy(rep->data(), text.data(), text.size() * sizeof(char16_t));
   return rep;
 }
-[[gnu::noinline]] void FreeString(StringRep* rep) noexcept {
+}  // namespace
+
+void FreeString(StringRep* rep) noexcept {
   const size_t bytes = sizeof(StringRep) + rep->size * sizeof(char16_t);
   rep->~StringRep();
   FreeNode(rep, bytes);
 }
 
-[[gnu::noinline]] void ApplyReleases(StringRep* rep, uint32_t count) noexcept {
+void ApplyReleases(StringRep* rep, uint32_t count) noexcept {
   if (rep->refs.fetch_sub(count, std::memory_order_acq_rel) == count) FreeString(rep);
 }
 
-// The held-back decrements of a thread (see string_release.hpp): a small
-// direct-mapped table, since the strings released over and over in a tree
-// are few (its member names) and each lands in its own slot.
-struct HeldReleases {
-  static constexpr size_t kSlots = 128;
-  struct Slot {
-    StringRep* rep = nullptr;
-    uint32_t count = 0;
-  };
-  Slot slots[kSlots];
-  // The slots in use, so that a small tree's scope does not visit all.
-  uint8_t used[kSlots];
-  size_t used_count = 0;
-
-  void Hold(StringRep* rep) noexcept {
-    const size_t at = (reinterpret_cast<uintptr_t>(rep) >> 4) % kSlots;
-    Slot& slot = slots[at];
-    if (slot.rep == rep) {
-      ++slot.count;
-      return;
-    }
-    if (slot.rep != nullptr) {
-      ApplyReleases(slot.rep, slot.count);
-    } else {
-      used[used_count++] = static_cast<uint8_t>(at);
-    }
-    slot = {rep, 1};
+void HeldReleases::ApplyAll() noexcept {
+  for (size_t i = 0; i < used_count; ++i) {
+    Slot& slot = slots[used[i]];
+    ApplyReleases(slot.rep, slot.count);
+    slot = {};
   }
-  void ApplyAll() noexcept {
-    for (size_t i = 0; i < used_count; ++i) {
-      Slot& slot = slots[used[i]];
-      ApplyReleases(slot.rep, slot.count);
-      slot = {};
-    }
-    used_count = 0;
-  }
-};
+  used_count = 0;
+}
 
 [[gnu::tls_model("initial-exec")]] thread_local HeldReleases* t_held = nullptr;
-
-void ReleaseString(StringRep* rep) noexcept {
-  // A sole holder frees without the atomic decrement (see Object::Release).
-  if (rep->refs.load(std::memory_order_acquire) == 1) {
-    FreeString(rep);
-  } else if (HeldReleases* held = t_held; held != nullptr) {
-    held->Hold(rep);
-  } else if (rep->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-    FreeString(rep);
-  }
-}
-}  // namespace
 
 DeferredStringReleases::DeferredStringReleases() noexcept : owner_(t_held == nullptr) {
   if (!owner_) return;

@@ -646,9 +646,9 @@ Dictionary::~Dictionary() {
   // One pass: object items are queued, everything else is let go here.
   auto release = [&entries](auto& queue) __attribute__((always_inline)) {
     for (Impl::Entry& e : entries) {
-      detail::NestedRelease::Take(e.key, queue);
-      detail::NestedRelease::Take(e.item, queue);
-      std::destroy_at(&e);
+      // Ends both values: nothing else in an entry holds anything.
+      detail::NestedRelease::Release(e.key, queue);
+      detail::NestedRelease::Release(e.item, queue);
     }
     entries.Forget();
   };

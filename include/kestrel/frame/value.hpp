@@ -75,6 +75,7 @@ struct StringRep {
   char16_t* data() noexcept { return reinterpret_cast<char16_t*>(this + 1); }
 };
 struct ArrayRep;
+class NestedRelease;
 }  // namespace detail
 
 class KESTREL_API Value {
@@ -246,6 +247,8 @@ class KESTREL_API Value {
   // A reader that builds a whole tree on one thread, before any other
   // thread can see it, hands out references without counting each one.
   friend struct detail::FreshReferences;
+  // Containers release their values in one loop, strings inline.
+  friend class detail::NestedRelease;
 
   explicit Value(Kind k) noexcept : head_(uint16_t(k)), bits_(0) {}
   // A value is copied as two 8-byte words, never as one 16-byte block:

@@ -73,7 +73,11 @@ class NestedRelease {
   [[gnu::always_inline]] static void Release(Value& value, Queue& queue) {
     if (value.IsObject()) {
       Take(value, queue);
-    } else if (value.IsString() || value.IsArray()) {
+    } else if (value.IsString()) {
+      // Mostly member names shared across the tree: their drops are held
+      // back (string_release.hpp), without a call.
+      if (value.str_ != nullptr) ReleaseString(value.str_);
+    } else if (value.IsArray()) {
       std::destroy_at(&value);
     }
   }
