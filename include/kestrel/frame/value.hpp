@@ -18,6 +18,7 @@
 #pragma once
 
 #include <atomic>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -82,13 +83,18 @@ class KESTREL_API Value {
  public:
   // --- construction -------------------------------------------------------
   Value() noexcept : head_(0), bits_(0) {}
-  Value(int16_t v) noexcept : head_(uint16_t(Kind::kInteger)), bits_(0) { i16_ = v; }
-  Value(int32_t v) noexcept : head_(uint16_t(Kind::kLong)), bits_(0) { i32_ = v; }
-  Value(int64_t v) noexcept : head_(uint16_t(Kind::kLongLong)), bits_(0) { i64_ = v; }
-  Value(uint8_t v) noexcept : head_(uint16_t(Kind::kByte)), bits_(0) { u8_ = v; }
-  Value(float v) noexcept : head_(uint16_t(Kind::kSingle)), bits_(0) { f32_ = v; }
-  Value(double v) noexcept : head_(uint16_t(Kind::kDouble)), bits_(0) { f64_ = v; }
-  Value(bool v) noexcept : head_(uint16_t(Kind::kBoolean)), bits_(0) { i16_ = v ? -1 : 0; }
+  // The payload is written whole, as one 8-byte store of the value with
+  // its upper bytes zero, not zeroed and then partly overwritten: a load of
+  // the payload cannot take its data from two stores, and most values are
+  // read or moved right after they are made.
+  Value(int16_t v) noexcept : head_(uint16_t(Kind::kInteger)), bits_(static_cast<uint16_t>(v)) {}
+  Value(int32_t v) noexcept : head_(uint16_t(Kind::kLong)), bits_(static_cast<uint32_t>(v)) {}
+  Value(int64_t v) noexcept : head_(uint16_t(Kind::kLongLong)), bits_(static_cast<uint64_t>(v)) {}
+  Value(uint8_t v) noexcept : head_(uint16_t(Kind::kByte)), bits_(v) {}
+  Value(float v) noexcept
+      : head_(uint16_t(Kind::kSingle)), bits_(std::bit_cast<uint32_t>(v)) {}
+  Value(double v) noexcept : head_(uint16_t(Kind::kDouble)), bits_(std::bit_cast<uint64_t>(v)) {}
+  Value(bool v) noexcept : head_(uint16_t(Kind::kBoolean)), bits_(v ? 0xffffu : 0u) {}
   Value(std::u16string_view text);
   Value(const char16_t* text) : Value(std::u16string_view(text)) {}
   Value(const std::u16string& text) : Value(std::u16string_view(text)) {}
