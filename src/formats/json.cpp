@@ -632,13 +632,18 @@ class Reader {
   // one that goes on gets room for `more` in all, apart.
   void MakeDictionary(Frame& f, bool ended, int32_t more = 0) {
     const auto staged = std::span<Dictionary::TextMember>(members_).subspan(f.base);
-    auto* dict = ended ? Dictionary::WithRoom(static_cast<uint32_t>(staged.size()), compare_mode_)
-                       : new Dictionary();
-    f.container = FreshReferences::Adopt(dict);
+    Dictionary* dict;
+    if (ended) {
+      dict = Dictionary::WithDistinctText(staged, compare_mode_);
+      f.container = FreshReferences::Adopt(dict);
+    } else {
+      dict = new Dictionary();
+      f.container = FreshReferences::Adopt(dict);
+      if (compare_mode_ != 0) dict->SetCompareMode(compare_mode_);
+      dict->Reserve(more);
+      dict->AppendDistinctText(staged);
+    }
     f.dict = dict;
-    if (!ended && compare_mode_ != 0) dict->SetCompareMode(compare_mode_);
-    if (!ended) dict->Reserve(more);
-    dict->AppendDistinctText(staged);
     members_.erase(members_.begin() + static_cast<std::ptrdiff_t>(f.base), members_.end());
   }
 

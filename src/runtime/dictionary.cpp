@@ -367,6 +367,9 @@ struct Dictionary::Impl {
     void clear() noexcept { truncate(0); }
     // Empties the store whose entries the caller has destroyed itself.
     void Forget() noexcept { size_ = 0; }
+    // Counts the entries the caller has constructed in place past the end,
+    // within the capacity.
+    void Grew(size_t count) noexcept { size_ += static_cast<uint32_t>(count); }
 
     // Empties the store without destroying the entries, which the caller
     // gets to destroy with TakenEntries. The dictionary's own block is not
@@ -519,6 +522,28 @@ struct Dictionary::Impl {
     return FindBy(hash, [&](const Entry& e) {
       return e.hash == hash && e.tag == KeyTag::kText && e.SameText(text, fold);
     });
+  }
+
+  // Appends the members in place, in one pass; the caller has checked
+  // that their keys are absent and made room for them.
+  void AppendDistinct(std::span<TextMember> members) noexcept {
+    Entry* out = entries.end();
+    uint64_t sequence = next_sequence;
+    for (TextMember& m : members) {
+      ::new (out++) Entry(std::move(m.key), std::move(m.item), sequence++, m.hash);
+    }
+    next_sequence = sequence;
+    entries.Grew(members.size());
+    live += static_cast<uint32_t>(members.size());
+    if (!table.empty() || entries.size() > kLinearLimit) {
+      try {
+        Rebuild();
+      } catch (const std::bad_alloc&) {
+        // Scanning still finds every entry (see Append).
+        table.clear();
+        table_filled = 0;
+      }
+    }
   }
 
   // Appends a new entry; the caller has checked that the key is absent.
@@ -693,19 +718,14 @@ void Dictionary::AppendDistinctText(std::span<TextMember> members) {
   Impl& d = *impl_;
   if (members.size() >= Impl::kGone - d.entries.size()) RaiseStandard(errors::kOutOfMemory);
   d.entries.reserve(d.entries.size() + members.size());
-  for (TextMember& m : members) {
-    d.entries.emplace_back(std::move(m.key), std::move(m.item), d.next_sequence++, m.hash);
-  }
-  d.live += static_cast<uint32_t>(members.size());
-  if (!d.table.empty() || d.entries.size() > Impl::kLinearLimit) {
-    try {
-      d.Rebuild();
-    } catch (const std::bad_alloc&) {
-      // Scanning still finds every entry (see Impl::Append).
-      d.table.clear();
-      d.table_filled = 0;
-    }
-  }
+  d.AppendDistinct(members);
+}
+
+Dictionary* Dictionary::WithDistinctText(std::span<TextMember> members, int32_t compare_mode) {
+  if (members.size() > Impl::kGone) throw std::bad_alloc();
+  Dictionary* dict = WithRoom(static_cast<uint32_t>(members.size()), compare_mode);
+  dict->impl_->AppendDistinct(members);
+  return dict;
 }
 
 void Dictionary::AddText(Value&& key, uint32_t hash, bool ascii, Value item) {

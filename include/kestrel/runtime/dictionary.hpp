@@ -113,6 +113,9 @@ class KESTREL_API Dictionary : public Dispatchable<Dictionary> {
   // one, in the compare mode given (5 below -1, as SetCompareMode). Like
   // `new Dictionary()`, nothing holds it yet. Raises std::bad_alloc.
   static Dictionary* WithRoom(uint32_t count, int32_t compare_mode = 0);
+  // WithRoom for exactly `members`, then AppendDistinctText of them, in
+  // one step: how a parser makes an object it has read whole.
+  static Dictionary* WithDistinctText(std::span<TextMember> members, int32_t compare_mode = 0);
 
  private:
   // Entries in insertion order and, past a few entries, a hash table over
