@@ -750,7 +750,12 @@ class Reader {
   // Reads the value of the current member or element and adds it, or opens
   // the container it starts.
   void ReadMember() {
-    Skip();
+    // Written out, a member's value mostly follows its ":" after one space.
+    if (n_ - pos_ >= 2 && s_[pos_] == u' ' && !IsSkipped(s_[pos_ + 1])) {
+      ++pos_;
+    } else {
+      Skip();
+    }
     if (pos_ < n_ && (s_[pos_] == u'{' || s_[pos_] == u'[')) {
       if (s_[pos_] == u'[' && stack_.size() < static_cast<size_t>(JSON::kMaxDepth)) {
         // "[]" right here, as lists that are empty in this record and full
