@@ -257,7 +257,7 @@ bool Value::IsNumeric() const noexcept {
 std::string Value::ToUtf8String() const { return kestrel::ToUtf8(string()); }
 
 bool Value::SharesStorageWith(const Value& other) const noexcept {
-  return head_ == other.head_ && bits_ == other.bits_ && bits_ != 0 &&
+  return code() == other.code() && bits_ == other.bits_ && bits_ != 0 &&
          (IsArray() || IsString() || IsObject());
 }
 

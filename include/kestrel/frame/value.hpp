@@ -276,9 +276,11 @@ class KESTREL_API Value {
   void Retain() const noexcept;
   detail::ArrayRep* UniqueArray();
 
-  // The kind code in the low 16 bits, every other bit zero, so that a
-  // value is copied and moved as two whole words: a 2-byte code with its
-  // padding stored apart made each move four stores, not two.
+  // The kind code in the low 16 bits, the rest zero in every value the
+  // library makes (only code() is ever read, so a C caller's reserved bits
+  // do no harm). One word, so that a value is copied and moved as two whole
+  // words: a 2-byte code with its padding stored apart made each move four
+  // stores, not two.
   uint64_t head_;
   union {
     uint64_t bits_;
