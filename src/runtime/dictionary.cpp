@@ -248,7 +248,8 @@ bool FoldedEqual(std::u16string_view a, std::u16string_view b) noexcept {
 }  // namespace
 
 // Entries sit in a vector in insertion order, each with its key's hash and
-// matching form. Up to kLinearLimit entries a look-up scans them; past that
+// tag (what else matching needs is made again from the key on a hash
+// match). Up to kLinearLimit entries a look-up scans them; past that
 // an open-addressing table of entry positions (linear probing) is built and
 // kept. Remove leaves a tombstone (an entry that is not live, and a kGone
 // slot) and the vector is compacted once tombstones outnumber live entries,
