@@ -504,6 +504,17 @@ struct Dictionary::Impl {
     return i;
   }
 
+  // Rebuild, or no table when there is no memory for one: scanning still
+  // finds every entry, and the table is tried again at the next add.
+  void TryRebuild() noexcept {
+    try {
+      Rebuild();
+    } catch (const std::bad_alloc&) {
+      table.clear();
+      table_filled = 0;
+    }
+  }
+
   void Rebuild() {
     // Sized for every entry there is room for, so that filling a reserved
     // dictionary rebuilds the table once.
@@ -536,15 +547,7 @@ struct Dictionary::Impl {
     next_sequence = sequence;
     entries.Grew(members.size());
     live += static_cast<uint32_t>(members.size());
-    if (!table.empty() || entries.size() > kLinearLimit) {
-      try {
-        Rebuild();
-      } catch (const std::bad_alloc&) {
-        // Scanning still finds every entry (see Append).
-        table.clear();
-        table_filled = 0;
-      }
-    }
+    if (!table.empty() || entries.size() > kLinearLimit) TryRebuild();
   }
 
   // Appends a new entry; the caller has checked that the key is absent.
@@ -562,14 +565,7 @@ struct Dictionary::Impl {
     if (!table.empty() && (table_filled + 1) * 4 <= table.size() * 3) {
       Place(e.hash, position);
     } else if (!table.empty() || entries.size() > kLinearLimit) {
-      try {
-        Rebuild();
-      } catch (const std::bad_alloc&) {
-        // Scanning still finds every entry; the table is tried again at
-        // the next add.
-        table.clear();
-        table_filled = 0;
-      }
+      TryRebuild();
     }
     return e;
   }
